@@ -1,0 +1,82 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+
+#include <Velora_UserDefaults/Platform/Export.h>
+#include <Velora_UserDefaults/Platform/FileError.h>
+
+namespace velora {
+
+/// An open file that is written at its end; closed when the object goes.
+///
+/// Both forms of `write` and `synchronize` may be called by several threads at once on one handle, and
+/// `descriptor`, `isOpen` and `stillAt` beside them. Opening, closing, moving and destroying belong to one
+/// thread, while no other uses the handle. Nothing throws.
+///
+/// Every write lands behind the last byte that the file has at that moment (`O_APPEND`), also when
+/// another process writes to it or has cut it short. The descriptor is not inherited by programs that the process
+/// starts (`O_CLOEXEC`).
+class VELORA_EXPORT FileHandle {
+public:
+    /// Opens the file at `path`, which must exist, for writing. Fails with ENOENT if there is none, EISDIR for a
+    /// folder, ENXIO for a pipe (FIFO) that nobody reads: opening never waits.
+    static FileResult<FileHandle> openForWriting(const std::string& path);
+
+    /// A handle without a file: not open; writes fail with EBADF.
+    FileHandle() = default;
+    FileHandle(FileHandle&& other) noexcept;
+    FileHandle& operator=(FileHandle&& other) noexcept;
+    FileHandle(const FileHandle&) = delete;
+    FileHandle& operator=(const FileHandle&) = delete;
+    ~FileHandle();
+
+    /// Writes all of `bytes` with one system call, if the kernel takes them in one, as it does with files unless
+    /// the disk is full: so the bytes of one call stay together whoever else writes. Interrupted and partial
+    /// writes are continued.
+    ///
+    /// On failure part of the bytes may have been written. A pipe whose reader has gone is a failure (EPIPE) like
+    /// others: the calling thread gets no SIGPIPE.
+    FileResult<void> write(std::string_view bytes);
+    /// Writes `first` and then `second`, together as above, without copying them into one.
+    FileResult<void> write(std::string_view first, std::string_view second);
+
+    /// Waits until what was written is on the disk (fdatasync(2)). For what cannot be brought to a disk, as a
+    /// pipe or a terminal, there is nothing to wait for, and this succeeds.
+    FileResult<void> synchronize();
+
+    /// Moves the descriptor's position to the end of the file and returns it in bytes, so that it tells the
+    /// file's size. Writes go there in any case. Fails with ESPIPE for what has no position, as a pipe.
+    FileResult<off_t> seekToEnd();
+
+    /// Closes the file; the handle is then not open. Fails if the system reports, late, that something written
+    /// was lost; the file is closed all the same. Nothing happens if it is not open.
+    FileResult<void> close();
+
+    /// Whether the handle has a file.
+    bool isOpen() const { return descriptor_ >= 0; }
+
+    /// The file's descriptor, which stays the handle's; -1 if it is not open.
+    int descriptor() const { return descriptor_; }
+
+    /// The path that the file was opened by.
+    const std::string& path() const { return path_; }
+
+    /// Whether `path` still names the open file: false if the file was removed or renamed, or
+    /// another one took its name. Costs one stat(2).
+    bool stillAt(const std::string& path) const;
+
+private:
+    FileHandle(int descriptor, std::string path);
+
+    FileError failure(int code, std::string_view what) const;
+
+    int descriptor_ = -1;
+    bool canRaiseSigpipe_ = false;
+    dev_t device_ = 0;
+    ino_t inode_ = 0;
+    std::string path_;
+};
+
+}  // namespace velora
