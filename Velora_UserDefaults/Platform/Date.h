@@ -25,8 +25,9 @@ inline Date currentDate() {
 /// The seconds from 1970 to `date`, as the nearest number that a double can hold (today every
 /// quarter of a microsecond is one); negative before 1970.
 inline double secondsSince1970(Date date) {
-    const auto whole = std::chrono::floor<std::chrono::seconds>(date);
-    return static_cast<double>(whole.time_since_epoch().count()) + static_cast<double>((date - whole).count()) / 1e9;
+    constexpr std::int64_t second = 1'000'000'000;
+    const std::int64_t nanoseconds = date.time_since_epoch().count();
+    return static_cast<double>(nanoseconds / second) + static_cast<double>(nanoseconds % second) / 1e9;
 }
 
 /// The date `seconds` after 1970, to the nearest nanosecond. A number beyond the reach of `Date`

@@ -1,0 +1,372 @@
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <string_view>
+#include <unicode/fpositer.h>
+#include <unicode/smpdtfmt.h>
+#include <unicode/timezone.h>
+#include <unicode/unistr.h>
+#include <utility>
+#include <vector>
+
+#include <Velora_UserDefaults/Platform/DateFormatter.h>
+
+namespace velora {
+namespace {
+
+constexpr std::size_t digitsOfNanoseconds = 9;
+
+/// A date as a count of seconds, rounded down, and the nanoseconds after it.
+struct SplitDate {
+    explicit SplitDate(Date date) {
+        constexpr std::int64_t second = 1'000'000'000;
+        const std::int64_t count = date.time_since_epoch().count();
+        seconds = count / second;
+        std::int64_t rest = count % second;
+        if (rest < 0) {
+            --seconds;
+            rest += second;
+        }
+        nanoseconds = static_cast<std::uint32_t>(rest);
+    }
+    std::int64_t seconds;
+    std::uint32_t nanoseconds;
+};
+
+/// The digits of a second's fraction inside a text: where they start and how many they are.
+struct FractionRun {
+    std::size_t offset;
+    std::size_t digitCount;
+};
+
+struct Rendering {
+    std::string text;
+    std::vector<FractionRun> fractions;
+    bool understood = false;
+};
+
+/// The text of one second by one formatter, its fraction written as zeros.
+struct CachedSecond {
+    static constexpr std::size_t capacity = 100;
+
+    std::uint64_t formatter;
+    std::int64_t second;
+    std::uint32_t length;
+    std::uint32_t fractionOffset;
+    std::uint32_t fractionDigits;
+    std::array<char, capacity> text;
+};
+
+/// Several, so that dates which alternate between seconds, or formatters which alternate on one
+/// thread, do not push each other out.
+struct Cache {
+    std::array<CachedSecond, 4> seconds;
+    std::size_t nextVictim;
+
+    const CachedSecond* find(std::uint64_t formatter, std::int64_t second) const {
+        for (const CachedSecond& entry : seconds) {
+            if (entry.second == second && entry.formatter == formatter) {
+                return &entry;
+            }
+        }
+        return nullptr;
+    }
+    CachedSecond& victim() {
+        nextVictim = (nextVictim + 1) % seconds.size();
+        return seconds[nextVictim];
+    }
+};
+
+// Neither constructed nor destroyed: there before the thread's first formatting and after its last
+// destructor. Entries name formatters by numbers never used again (0 is none), not by addresses.
+constinit thread_local Cache threadCache{};
+
+std::uint64_t nextFormatterNumber() {
+    static constinit std::atomic<std::uint64_t> last = 0;
+    return last.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+/// What a pattern asks for below the second.
+struct SubSecondFields {
+    std::size_t fractionRuns = 0;
+    bool millisecondsInDay = false;
+};
+
+SubSecondFields subSecondFields(std::string_view pattern) {
+    SubSecondFields fields;
+    bool quoted = false;
+    char previous = '\0';
+    for (const char character : pattern) {
+        if (character == '\'') {
+            quoted = !quoted;
+        } else if (!quoted) {
+            fields.fractionRuns += character == 'S' && previous != 'S' ? 1 : 0;
+            fields.millisecondsInDay = fields.millisecondsInDay || character == 'A';
+        }
+        previous = character;
+    }
+    return fields;
+}
+
+std::string_view environmentValue(const char* name) {
+    const char* const value = std::getenv(name);
+    return value == nullptr ? std::string_view{} : std::string_view(value);
+}
+
+/// The locale that the environment chooses for dates, in POSIX's order (locale(7)).
+std::string_view environmentLocale() {
+    for (const char* name : {"LC_ALL", "LC_TIME", "LANG"}) {
+        if (const std::string_view value = environmentValue(name); !value.empty()) {
+            return value;
+        }
+    }
+    return "C";
+}
+
+/// The ICU identifier for a POSIX locale name: "sr_RS.UTF-8@latin" is "sr_Latn_RS".
+std::string localeIdentifierFromPOSIX(std::string_view name) {
+    const std::string_view modifier = name.substr(std::min(name.find('@'), name.size()));
+    name = name.substr(0, name.find_first_of(".@"));
+    if (name == "C" || name == "POSIX") {
+        return "en_US_POSIX";
+    }
+    std::string identifier(name);
+    const std::size_t endOfLanguage = std::min(identifier.find('_'), identifier.size());
+    if (modifier == "@latin") {
+        identifier.insert(endOfLanguage, "_Latn");
+    } else if (modifier == "@cyrillic") {
+        identifier.insert(endOfLanguage, "_Cyrl");
+    }
+    return identifier;
+}
+
+icu::Locale makeLocale(const std::string& identifier) {
+    const std::string name = identifier.empty() ? localeIdentifierFromPOSIX(environmentLocale()) : identifier;
+    icu::Locale locale(name.c_str());
+    return locale.isBogus() ? icu::Locale::getRoot() : locale;
+}
+
+std::unique_ptr<icu::TimeZone> makeTimeZone(const std::string& identifier) {
+    return std::unique_ptr<icu::TimeZone>(
+        identifier.empty() ? icu::TimeZone::detectHostTimeZone()
+                           : icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(identifier)));
+}
+
+std::unique_ptr<icu::SimpleDateFormat> makeFormat(const std::string& pattern, const icu::Locale& locale,
+                                                  const icu::TimeZone& zone) {
+    UErrorCode status = U_ZERO_ERROR;
+    auto format = std::make_unique<icu::SimpleDateFormat>(icu::UnicodeString::fromUTF8(pattern), locale, status);
+    if (U_FAILURE(status)) {
+        return nullptr;
+    }
+    format->setTimeZone(zone);
+    return format;
+}
+
+/// Detecting the system's time zone fills buffers of ICU's that nothing guards.
+constinit std::mutex making;
+
+}  // namespace
+
+/// A formatter's settings with the ICU object that implements them.
+class DateFormatter::Engine {
+public:
+    Engine(std::string pattern, const std::string& localeIdentifier, const std::string& timeZoneIdentifier);
+
+    void append(Date date, std::string& out) const;
+
+    const std::string& pattern() const { return pattern_; }
+    const std::string& locale() const { return locale_; }
+    const std::string& timeZone() const { return timeZone_; }
+    bool isValid() const { return understood_ && timeZone_ != "Etc/Unknown"; }
+
+private:
+    void learnDigits(const icu::Locale& locale, const icu::TimeZone& zone);
+    Rendering render(double milliseconds) const;
+    void appendCached(const CachedSecond& entry, std::uint32_t nanoseconds, std::string& out) const;
+    bool appendAndCache(SplitDate date, std::string& out) const;
+    void appendRendered(SplitDate date, std::string& out) const;
+    void writeFraction(char* start, std::size_t digitCount, std::uint32_t nanoseconds) const;
+
+    std::string pattern_;
+    std::string locale_;
+    std::string timeZone_;
+    std::uint64_t number_ = nextFormatterNumber();
+    // Only ever cloned: ICU does not promise that one format may be used by several threads.
+    std::unique_ptr<const icu::SimpleDateFormat> prototype_;
+    std::array<std::string, 10> digits_;
+    // 0 where the locale's numbers are not written digit by digit.
+    std::size_t digitWidth_ = 0;
+    SubSecondFields subSecond_;
+    bool understood_ = false;
+    bool cacheable_ = false;
+};
+
+DateFormatter::Engine::Engine(std::string pattern, const std::string& localeIdentifier,
+                              const std::string& timeZoneIdentifier)
+    : pattern_(std::move(pattern)), subSecond_(subSecondFields(pattern_)) {
+    const std::lock_guard lock(making);
+    const icu::Locale locale = makeLocale(localeIdentifier);
+    const std::unique_ptr<icu::TimeZone> zone = makeTimeZone(timeZoneIdentifier);
+    locale_ = locale.getName();
+    icu::UnicodeString zoneIdentifier;
+    zone->getID(zoneIdentifier).toUTF8String(timeZone_);
+    prototype_ = makeFormat(pattern_, locale, *zone);
+    if (subSecond_.fractionRuns > 0) {
+        learnDigits(locale, *zone);
+    }
+    understood_ = render(0).understood;
+    cacheable_ = understood_ && !subSecond_.millisecondsInDay &&
+                 (subSecond_.fractionRuns == 0 || (subSecond_.fractionRuns == 1 && digitWidth_ > 0));
+}
+
+/// Asks ICU for the ten digits, and whether a number is its digits side by side: some numbering
+/// systems, such as Roman numerals, are written otherwise.
+void DateFormatter::Engine::learnDigits(const icu::Locale& locale, const icu::TimeZone& zone) {
+    const auto fraction = [&](const char* pattern, double milliseconds) {
+        std::string text;
+        if (const auto format = makeFormat(pattern, locale, zone); format != nullptr) {
+            icu::UnicodeString formatted;
+            format->format(milliseconds, formatted).toUTF8String(text);
+        }
+        return text;
+    };
+    for (std::size_t digit = 0; digit < digits_.size(); ++digit) {
+        digits_[digit] = fraction("S", static_cast<double>(digit) * 100);
+    }
+    const std::size_t width = digits_[0].size();
+    const bool sameWidth =
+        std::all_of(digits_.begin(), digits_.end(), [&](const std::string& digit) { return digit.size() == width; });
+    const bool positional = fraction("SSS", 123) == digits_[1] + digits_[2] + digits_[3] &&
+                            fraction("SSSS", 7) == digits_[0] + digits_[0] + digits_[7] + digits_[0];
+    digitWidth_ = sameWidth && positional ? width : 0;
+}
+
+Rendering DateFormatter::Engine::render(double milliseconds) const {
+    Rendering rendering;
+    const std::unique_ptr<icu::SimpleDateFormat> format(prototype_ == nullptr ? nullptr : prototype_->clone());
+    if (format == nullptr) {
+        return rendering;
+    }
+    UErrorCode status = U_ZERO_ERROR;
+    icu::UnicodeString text;
+    icu::FieldPositionIterator positions;
+    format->format(milliseconds, text, &positions, status);
+    rendering.understood = U_SUCCESS(status) != 0;
+
+    std::int32_t done = 0;
+    icu::FieldPosition position;
+    while (digitWidth_ > 0 && positions.next(position)) {
+        if (position.getField() != UDAT_FRACTIONAL_SECOND_FIELD) {
+            continue;
+        }
+        text.tempSubStringBetween(done, position.getBeginIndex()).toUTF8String(rendering.text);
+        const std::size_t offset = rendering.text.size();
+        text.tempSubStringBetween(position.getBeginIndex(), position.getEndIndex()).toUTF8String(rendering.text);
+        rendering.fractions.push_back({offset, (rendering.text.size() - offset) / digitWidth_});
+        done = position.getEndIndex();
+    }
+    text.tempSubString(done).toUTF8String(rendering.text);
+    return rendering;
+}
+
+void DateFormatter::Engine::append(Date date, std::string& out) const {
+    const SplitDate split(date);
+    if (const CachedSecond* entry = threadCache.find(number_, split.seconds); entry != nullptr) {
+        appendCached(*entry, split.nanoseconds, out);
+    } else if (!cacheable_ || !appendAndCache(split, out)) {
+        appendRendered(split, out);
+    }
+}
+
+void DateFormatter::Engine::appendCached(const CachedSecond& entry, std::uint32_t nanoseconds, std::string& out) const {
+    const std::size_t start = out.size();
+    out.append(entry.text.data(), entry.length);
+    if (entry.fractionDigits > 0) {
+        writeFraction(out.data() + start + entry.fractionOffset, entry.fractionDigits, nanoseconds);
+    }
+}
+
+/// Whether the second's text could be kept; if not, nothing was appended.
+bool DateFormatter::Engine::appendAndCache(SplitDate date, std::string& out) const {
+    const Rendering rendering = render(static_cast<double>(date.seconds) * 1000);
+    if (rendering.text.size() > CachedSecond::capacity || rendering.fractions.size() != subSecond_.fractionRuns) {
+        return false;
+    }
+    CachedSecond& entry = threadCache.victim();
+    entry.formatter = number_;
+    entry.second = date.seconds;
+    entry.length = static_cast<std::uint32_t>(rendering.text.size());
+    entry.fractionDigits = 0;
+    if (!rendering.fractions.empty()) {
+        entry.fractionOffset = static_cast<std::uint32_t>(rendering.fractions.front().offset);
+        entry.fractionDigits = static_cast<std::uint32_t>(rendering.fractions.front().digitCount);
+    }
+    std::memcpy(entry.text.data(), rendering.text.data(), rendering.text.size());
+    appendCached(entry, date.nanoseconds, out);
+    return true;
+}
+
+void DateFormatter::Engine::appendRendered(SplitDate date, std::string& out) const {
+    const std::uint32_t milliseconds = date.nanoseconds / 1'000'000;
+    Rendering rendering = render(static_cast<double>(date.seconds) * 1000 + milliseconds);
+    for (const FractionRun& run : rendering.fractions) {
+        writeFraction(rendering.text.data() + run.offset, run.digitCount, date.nanoseconds);
+    }
+    out += rendering.text;
+}
+
+/// Writes the first digits of the fraction over those at `start`, of which there are `digitCount`;
+/// digits beyond nanoseconds are zeros already.
+void DateFormatter::Engine::writeFraction(char* start, std::size_t digitCount, std::uint32_t nanoseconds) const {
+    static constexpr std::array<std::uint32_t, digitsOfNanoseconds + 1> powersOfTen{
+        1, 10, 100, 1'000, 10'000, 100'000, 1'000'000, 10'000'000, 100'000'000, 1'000'000'000};
+    const std::size_t count = std::min(digitCount, digitsOfNanoseconds);
+    std::uint32_t rest = nanoseconds / powersOfTen[digitsOfNanoseconds - count];
+    if (digitWidth_ == 1) {
+        for (std::size_t i = count; i > 0; --i, rest /= 10) {
+            start[i - 1] = static_cast<char>('0' + rest % 10);
+        }
+        return;
+    }
+    for (std::size_t i = count; i > 0; --i, rest /= 10) {
+        std::memcpy(start + (i - 1) * digitWidth_, digits_[rest % 10].data(), digitWidth_);
+    }
+}
+
+DateFormatter::DateFormatter(std::string pattern) : DateFormatter(std::move(pattern), {}, {}) {}
+
+DateFormatter::DateFormatter(std::string pattern, const std::string& localeIdentifier,
+                             const std::string& timeZoneIdentifier)
+    : engine_(std::make_unique<const Engine>(std::move(pattern), localeIdentifier, timeZoneIdentifier)) {}
+
+DateFormatter::~DateFormatter() = default;
+
+std::string DateFormatter::string(Date date) const {
+    std::string text;
+    append(date, text);
+    return text;
+}
+
+void DateFormatter::append(Date date, std::string& out) const {
+    engine_->append(date, out);
+}
+
+const std::string& DateFormatter::pattern() const {
+    return engine_->pattern();
+}
+const std::string& DateFormatter::locale() const {
+    return engine_->locale();
+}
+const std::string& DateFormatter::timeZone() const {
+    return engine_->timeZone();
+}
+bool DateFormatter::isValid() const {
+    return engine_->isValid();
+}
+
+}  // namespace velora
