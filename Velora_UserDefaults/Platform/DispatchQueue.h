@@ -159,8 +159,8 @@ public:
             std::invoke(work);
             return;
         }
-        runAndWait([](void* context) { std::invoke(*static_cast<std::remove_reference_t<Work>*>(context)); },
-                   const_cast<void*>(static_cast<const void*>(std::addressof(work))));
+        auto call = [&work] { std::invoke(work); };
+        runAndWait([](void* context) { (*static_cast<decltype(call)*>(context))(); }, &call);
     }
 
     /// Whether the calling thread is running work of this queue.
