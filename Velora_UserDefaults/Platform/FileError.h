@@ -26,6 +26,11 @@ struct FileError {
                                         std::string_view kind = "file");
 };
 
+/// Whether `path` can name a file: it has no NUL inside, at which the system would take it to end.
+inline bool canNameFile(std::string_view path) {
+    return path.find('\0') == std::string_view::npos;
+}
+
 /// What an operation on a file gives: its value, or the error that kept it from giving one.
 ///
 ///     if (auto names = FileManager::contentsOfFolder(path)) {

@@ -1,0 +1,160 @@
+#include <cerrno>
+#include <fstream>
+#include <optional>
+#include <pwd.h>
+#include <stdlib.h>
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+#include <Velora_UserDefaults/Platform/FileManager.h>
+#include <Velora_UserDefaults/Platform/URL.h>
+
+namespace velora {
+
+namespace {
+
+/// The value of an environment variable if it is an absolute path, else empty.
+std::string absolutePathIn(const char* variable) {
+    const char* value = ::getenv(variable);
+    return value != nullptr && *value == '/' ? value : "";
+}
+
+std::string homeInUserDatabase() {
+    std::vector<char> buffer(1024);
+    passwd entry{};
+    passwd* found = nullptr;
+    int code = ERANGE;
+    while ((code = ::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found)) == ERANGE) {
+        buffer.resize(buffer.size() * 2);
+    }
+    const bool hasHome = code == 0 && found != nullptr && entry.pw_dir != nullptr && *entry.pw_dir == '/';
+    return hasHome ? entry.pw_dir : "";
+}
+
+/// The path of `name` in the home folder; empty if there is none.
+std::string inHomeFolder(std::string_view name) {
+    std::string path = FileManager::homeFolder();
+    if (!path.empty()) {
+        path.append(path.ends_with('/') ? "" : "/").append(name);
+    }
+    return path;
+}
+
+/// The folder that `variable` names, else `name` in the home folder; empty without either.
+std::string folderFrom(const char* variable, std::string_view name) {
+    std::string folder = absolutePathIn(variable);
+    return folder.empty() ? inHomeFolder(name) : folder;
+}
+
+std::string_view withoutLeadingBlanks(std::string_view text) {
+    const std::size_t start = text.find_first_not_of(" \t");
+    return start == std::string_view::npos ? std::string_view() : text.substr(start);
+}
+
+bool takePrefix(std::string_view& text, std::string_view prefix) {
+    if (!text.starts_with(prefix)) {
+        return false;
+    }
+    text.remove_prefix(prefix.size());
+    return true;
+}
+
+/// The text up to the closing quotation mark, with backslashes resolved; nothing without a closing one.
+std::optional<std::string> unquoted(std::string_view text) {
+    std::string value;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '"') {
+            return value;
+        }
+        if (text[i] == '\\' && i + 1 < text.size()) {
+            ++i;
+        }
+        value += text[i];
+    }
+    return std::nullopt;
+}
+
+/// The folder that a line of user-dirs.dirs gives for downloads, if it does: its form is
+/// `XDG_DOWNLOAD_DIR="$HOME/yyy"` or `XDG_DOWNLOAD_DIR="/yyy"`.
+std::optional<std::string> downloadsFolderIn(std::string_view line) {
+    line = withoutLeadingBlanks(line);
+    if (!takePrefix(line, "XDG_DOWNLOAD_DIR")) {
+        return std::nullopt;
+    }
+    line = withoutLeadingBlanks(line);
+    if (!takePrefix(line, "=")) {
+        return std::nullopt;
+    }
+    line = withoutLeadingBlanks(line);
+    if (!takePrefix(line, "\"")) {
+        return std::nullopt;
+    }
+    std::string base;
+    if (takePrefix(line, "$HOME")) {
+        base = FileManager::homeFolder();
+        if (base.empty() || !(line.starts_with('/') || line.starts_with('"'))) {
+            return std::nullopt;
+        }
+    } else if (!line.starts_with('/')) {
+        return std::nullopt;
+    }
+    const std::optional<std::string> rest = unquoted(line);
+    return rest ? std::optional(base + *rest) : std::nullopt;
+}
+
+std::optional<std::string> configuredDownloadsFolder() {
+    const std::string configuration = folderFrom("XDG_CONFIG_HOME", ".config");
+    std::ifstream file(configuration + "/user-dirs.dirs");
+    std::optional<std::string> folder;
+    for (std::string line; !configuration.empty() && std::getline(file, line);) {
+        if (auto found = downloadsFolderIn(line)) {
+            folder = std::move(found);
+        }
+    }
+    return folder;
+}
+
+std::vector<URL> asFolderURLs(const std::string& path) {
+    return path.empty() ? std::vector<URL>() : std::vector<URL>{URL::fileURL(path, true)};
+}
+
+}  // namespace
+
+std::vector<URL> FileManager::applicationSupportFolders() {
+    return asFolderURLs(folderFrom("XDG_DATA_HOME", ".local/share"));
+}
+
+std::vector<URL> FileManager::downloadsFolders() {
+    if (const auto configured = configuredDownloadsFolder()) {
+        return asFolderURLs(*configured);
+    }
+    return asFolderURLs(inHomeFolder("Downloads"));
+}
+
+std::string FileManager::temporaryFolder() {
+    std::string folder = absolutePathIn("TMPDIR");
+    struct stat status {};
+    if (folder.empty() || ::stat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+        return "/tmp";
+    }
+    while (folder.size() > 1 && folder.back() == '/') {
+        folder.pop_back();
+    }
+    return folder;
+}
+
+std::string FileManager::homeFolder() {
+    std::string home = absolutePathIn("HOME");
+    if (home.empty()) {
+        home = homeInUserDatabase();
+    }
+    while (home.size() > 1 && home.back() == '/') {
+        home.pop_back();
+    }
+    return home;
+}
+
+}  // namespace velora
