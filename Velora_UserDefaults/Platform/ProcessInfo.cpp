@@ -1,0 +1,32 @@
+#include <errno.h>
+#include <filesystem>
+#include <unistd.h>
+
+#include <Velora_UserDefaults/Platform/ProcessInfo.h>
+
+namespace velora {
+
+namespace {
+
+std::string findProcessName() {
+    std::string name = program_invocation_short_name;
+    if (name.empty()) {
+        std::error_code ignored;
+        name = std::filesystem::read_symlink("/proc/self/exe", ignored).filename().string();
+    }
+    return name;
+}
+
+}  // namespace
+
+const std::string& processName() {
+    // Never destroyed: the last log lines are written by destructors of static objects.
+    static const std::string& name = *new std::string(findProcessName());
+    return name;
+}
+
+pid_t processIdentifier() {
+    return ::getpid();
+}
+
+}  // namespace velora
