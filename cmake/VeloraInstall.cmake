@@ -1,0 +1,63 @@
+# What is installed: the library, its public headers, a CMake package and a pkg-config file. All of it
+# may be moved to another folder afterwards.
+
+include(CMakePackageConfigHelpers)
+
+# Headers for the library's own use; no public header includes one of them.
+set(VELORA_INTERNAL_HEADERS
+    Platform/ForkHandlers.h
+    Platform/Text.h
+    Platform/TypeName.h
+    XCGLogger/InternalUserInfo.h)
+
+set(header_folder "${PROJECT_SOURCE_DIR}/Velora_UserDefaults")
+file(GLOB_RECURSE VELORA_PUBLIC_HEADERS CONFIGURE_DEPENDS RELATIVE "${header_folder}" "${header_folder}/*.h")
+foreach(header IN LISTS VELORA_INTERNAL_HEADERS)
+    if(NOT header IN_LIST VELORA_PUBLIC_HEADERS)
+        message(FATAL_ERROR "There is no internal header ${header}")
+    endif()
+    list(REMOVE_ITEM VELORA_PUBLIC_HEADERS "${header}")
+endforeach()
+
+foreach(header IN LISTS VELORA_PUBLIC_HEADERS)
+    cmake_path(GET header PARENT_PATH folder)
+    install(FILES "${header_folder}/${header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/Velora_UserDefaults/${folder}")
+endforeach()
+
+set(package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/Velora_UserDefaults")
+set(generated_folder "${PROJECT_BINARY_DIR}/package")
+
+install(TARGETS Velora_UserDefaults EXPORT Velora_UserDefaultsTargets
+    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+    ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+install(EXPORT Velora_UserDefaultsTargets NAMESPACE Velora_UserDefaults:: DESTINATION "${package_folder}")
+
+# What the hosts of a shared library need not have, those of a static one link themselves.
+get_target_property(library_type Velora_UserDefaults TYPE)
+if(library_type STREQUAL "STATIC_LIBRARY")
+    set(VELORA_IS_STATIC ON)
+    set(VELORA_PC_REQUIRES "fmt icu-i18n icu-uc liburiparser")
+else()
+    set(VELORA_IS_STATIC OFF)
+    set(VELORA_PC_REQUIRES "fmt")
+endif()
+
+configure_package_config_file(
+    "${PROJECT_SOURCE_DIR}/cmake/Velora_UserDefaultsConfig.cmake.in"
+    "${generated_folder}/Velora_UserDefaultsConfig.cmake"
+    INSTALL_DESTINATION "${package_folder}")
+write_basic_package_version_file(
+    "${generated_folder}/Velora_UserDefaultsConfigVersion.cmake"
+    COMPATIBILITY SameMajorVersion)
+install(FILES
+    "${generated_folder}/Velora_UserDefaultsConfig.cmake"
+    "${generated_folder}/Velora_UserDefaultsConfigVersion.cmake"
+    DESTINATION "${package_folder}")
+
+# The pkg-config file names its prefix by the way up from the folder it lies in.
+set(pc_folder "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
+    BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}/${pc_folder}"
+    OUTPUT_VARIABLE VELORA_PC_PREFIX)
+configure_file("${PROJECT_SOURCE_DIR}/cmake/Velora_UserDefaults.pc.in" "${generated_folder}/Velora_UserDefaults.pc" @ONLY)
+install(FILES "${generated_folder}/Velora_UserDefaults.pc" DESTINATION "${pc_folder}")
