@@ -19,21 +19,17 @@ namespace velora {
 namespace {
 
 constexpr std::size_t digitsOfNanoseconds = 9;
+constexpr std::int64_t nanosecondsInSecond = 1'000'000'000;
 
-/// A date as a count of seconds, rounded down, and the nanoseconds after it.
+/// A date as its second, rounded down, and the nanoseconds after it.
 struct SplitDate {
     explicit SplitDate(Date date) {
-        constexpr std::int64_t second = 1'000'000'000;
         const std::int64_t count = date.time_since_epoch().count();
-        seconds = count / second;
-        std::int64_t rest = count % second;
-        if (rest < 0) {
-            --seconds;
-            rest += second;
-        }
-        nanoseconds = static_cast<std::uint32_t>(rest);
+        const std::int64_t rest = count % nanosecondsInSecond;
+        second = count / nanosecondsInSecond - (rest < 0 ? 1 : 0);
+        nanoseconds = static_cast<std::uint32_t>(rest < 0 ? rest + nanosecondsInSecond : rest);
     }
-    std::int64_t seconds;
+    std::int64_t second;
     std::uint32_t nanoseconds;
 };
 
@@ -54,11 +50,19 @@ struct CachedSecond {
     static constexpr std::size_t capacity = 100;
 
     std::uint64_t formatter;
-    std::int64_t second;
+    // In nanoseconds, modulo 2^64: the first second of all starts before the first `Date`.
+    std::uint64_t start;
     std::uint32_t length;
     std::uint32_t fractionOffset;
     std::uint32_t fractionDigits;
     std::array<char, capacity> text;
+
+    std::uint64_t nanosecondsInto(Date date) const {
+        return static_cast<std::uint64_t>(date.time_since_epoch().count()) - start;
+    }
+    bool holds(std::uint64_t number, Date date) const {
+        return formatter == number && nanosecondsInto(date) < static_cast<std::uint64_t>(nanosecondsInSecond);
+    }
 };
 
 /// Several, so that dates which alternate between seconds, or formatters which alternate on one
@@ -67,9 +71,9 @@ struct Cache {
     std::array<CachedSecond, 4> seconds;
     std::size_t nextVictim;
 
-    const CachedSecond* find(std::uint64_t formatter, std::int64_t second) const {
+    const CachedSecond* find(std::uint64_t formatter, Date date) const {
         for (const CachedSecond& entry : seconds) {
-            if (entry.second == second && entry.formatter == formatter) {
+            if (entry.holds(formatter, date)) {
                 return &entry;
             }
         }
@@ -110,6 +114,14 @@ SubSecondFields subSecondFields(std::string_view pattern) {
         previous = character;
     }
     return fields;
+}
+
+/// The first `count` of the nine digits of `nanoseconds`.
+std::uint32_t firstDigits(std::uint32_t nanoseconds, std::size_t count) {
+    for (std::size_t i = count; i < digitsOfNanoseconds; ++i) {
+        nanoseconds /= 10;
+    }
+    return nanoseconds;
 }
 
 std::string_view environmentValue(const char* name) {
@@ -167,13 +179,39 @@ std::unique_ptr<icu::SimpleDateFormat> makeFormat(const std::string& pattern, co
     return format;
 }
 
+/// The ICU object that formats. A thread takes it out to use it, because ICU does not promise that
+/// one format may be used by several threads at once, and one that finds it taken makes a copy: no
+/// thread ever waits, and a process forked meanwhile finds no lock held by a thread it does not have.
+class SharedFormat {
+public:
+    explicit SharedFormat(std::unique_ptr<const icu::SimpleDateFormat> prototype) : prototype_(std::move(prototype)) {}
+    SharedFormat(const SharedFormat&) = delete;
+    SharedFormat& operator=(const SharedFormat&) = delete;
+    ~SharedFormat() { delete spare_.load(std::memory_order_acquire); }
+
+    /// Nothing if ICU could not make it.
+    std::unique_ptr<icu::SimpleDateFormat> take() {
+        if (icu::SimpleDateFormat* const spare = spare_.exchange(nullptr, std::memory_order_acq_rel)) {
+            return std::unique_ptr<icu::SimpleDateFormat>(spare);
+        }
+        return std::unique_ptr<icu::SimpleDateFormat>(prototype_ == nullptr ? nullptr : prototype_->clone());
+    }
+    void giveBack(std::unique_ptr<icu::SimpleDateFormat> format) {
+        delete spare_.exchange(format.release(), std::memory_order_acq_rel);
+    }
+
+private:
+    std::unique_ptr<const icu::SimpleDateFormat> prototype_;
+    std::atomic<icu::SimpleDateFormat*> spare_ = nullptr;
+};
+
 /// Detecting the system's time zone fills buffers of ICU's that nothing guards.
 constinit std::mutex making;
 
 }  // namespace
 
 /// A formatter's settings with the ICU object that implements them.
-class DateFormatter::Engine {
+class __attribute__((visibility("hidden"))) DateFormatter::Engine {
 public:
     Engine(std::string pattern, const std::string& localeIdentifier, const std::string& timeZoneIdentifier);
 
@@ -196,8 +234,7 @@ private:
     std::string locale_;
     std::string timeZone_;
     std::uint64_t number_ = nextFormatterNumber();
-    // Only ever cloned: ICU does not promise that one format may be used by several threads.
-    std::unique_ptr<const icu::SimpleDateFormat> prototype_;
+    std::unique_ptr<SharedFormat> format_;
     std::array<std::string, 10> digits_;
     // 0 where the locale's numbers are not written digit by digit.
     std::size_t digitWidth_ = 0;
@@ -215,7 +252,7 @@ DateFormatter::Engine::Engine(std::string pattern, const std::string& localeIden
     locale_ = locale.getName();
     icu::UnicodeString zoneIdentifier;
     zone->getID(zoneIdentifier).toUTF8String(timeZone_);
-    prototype_ = makeFormat(pattern_, locale, *zone);
+    format_ = std::make_unique<SharedFormat>(makeFormat(pattern_, locale, *zone));
     if (subSecond_.fractionRuns > 0) {
         learnDigits(locale, *zone);
     }
@@ -248,7 +285,7 @@ void DateFormatter::Engine::learnDigits(const icu::Locale& locale, const icu::Ti
 
 Rendering DateFormatter::Engine::render(double milliseconds) const {
     Rendering rendering;
-    const std::unique_ptr<icu::SimpleDateFormat> format(prototype_ == nullptr ? nullptr : prototype_->clone());
+    std::unique_ptr<icu::SimpleDateFormat> format = format_->take();
     if (format == nullptr) {
         return rendering;
     }
@@ -257,6 +294,7 @@ Rendering DateFormatter::Engine::render(double milliseconds) const {
     icu::FieldPositionIterator positions;
     format->format(milliseconds, text, &positions, status);
     rendering.understood = U_SUCCESS(status) != 0;
+    format_->giveBack(std::move(format));
 
     std::int32_t done = 0;
     icu::FieldPosition position;
@@ -275,10 +313,12 @@ Rendering DateFormatter::Engine::render(double milliseconds) const {
 }
 
 void DateFormatter::Engine::append(Date date, std::string& out) const {
+    if (const CachedSecond* const entry = threadCache.find(number_, date); entry != nullptr) {
+        appendCached(*entry, static_cast<std::uint32_t>(entry->nanosecondsInto(date)), out);
+        return;
+    }
     const SplitDate split(date);
-    if (const CachedSecond* entry = threadCache.find(number_, split.seconds); entry != nullptr) {
-        appendCached(*entry, split.nanoseconds, out);
-    } else if (!cacheable_ || !appendAndCache(split, out)) {
+    if (!cacheable_ || !appendAndCache(split, out)) {
         appendRendered(split, out);
     }
 }
@@ -293,13 +333,13 @@ void DateFormatter::Engine::appendCached(const CachedSecond& entry, std::uint32_
 
 /// Whether the second's text could be kept; if not, nothing was appended.
 bool DateFormatter::Engine::appendAndCache(SplitDate date, std::string& out) const {
-    const Rendering rendering = render(static_cast<double>(date.seconds) * 1000);
+    const Rendering rendering = render(static_cast<double>(date.second) * 1000);
     if (rendering.text.size() > CachedSecond::capacity || rendering.fractions.size() != subSecond_.fractionRuns) {
         return false;
     }
     CachedSecond& entry = threadCache.victim();
     entry.formatter = number_;
-    entry.second = date.seconds;
+    entry.start = static_cast<std::uint64_t>(date.second) * nanosecondsInSecond;
     entry.length = static_cast<std::uint32_t>(rendering.text.size());
     entry.fractionDigits = 0;
     if (!rendering.fractions.empty()) {
@@ -313,7 +353,7 @@ bool DateFormatter::Engine::appendAndCache(SplitDate date, std::string& out) con
 
 void DateFormatter::Engine::appendRendered(SplitDate date, std::string& out) const {
     const std::uint32_t milliseconds = date.nanoseconds / 1'000'000;
-    Rendering rendering = render(static_cast<double>(date.seconds) * 1000 + milliseconds);
+    Rendering rendering = render(static_cast<double>(date.second) * 1000 + milliseconds);
     for (const FractionRun& run : rendering.fractions) {
         writeFraction(rendering.text.data() + run.offset, run.digitCount, date.nanoseconds);
     }
@@ -323,18 +363,22 @@ void DateFormatter::Engine::appendRendered(SplitDate date, std::string& out) con
 /// Writes the first digits of the fraction over those at `start`, of which there are `digitCount`;
 /// digits beyond nanoseconds are zeros already.
 void DateFormatter::Engine::writeFraction(char* start, std::size_t digitCount, std::uint32_t nanoseconds) const {
-    static constexpr std::array<std::uint32_t, digitsOfNanoseconds + 1> powersOfTen{
-        1, 10, 100, 1'000, 10'000, 100'000, 1'000'000, 10'000'000, 100'000'000, 1'000'000'000};
-    const std::size_t count = std::min(digitCount, digitsOfNanoseconds);
-    std::uint32_t rest = nanoseconds / powersOfTen[digitsOfNanoseconds - count];
-    if (digitWidth_ == 1) {
-        for (std::size_t i = count; i > 0; --i, rest /= 10) {
-            start[i - 1] = static_cast<char>('0' + rest % 10);
-        }
+    if (digitCount == 3 && digitWidth_ == 1) {
+        // What nearly every date has; without a loop the divisions run side by side.
+        const std::uint32_t milliseconds = nanoseconds / 1'000'000;
+        start[0] = static_cast<char>('0' + milliseconds / 100);
+        start[1] = static_cast<char>('0' + milliseconds / 10 % 10);
+        start[2] = static_cast<char>('0' + milliseconds % 10);
         return;
     }
+    const std::size_t count = std::min(digitCount, digitsOfNanoseconds);
+    std::uint32_t rest = firstDigits(nanoseconds, count);
     for (std::size_t i = count; i > 0; --i, rest /= 10) {
-        std::memcpy(start + (i - 1) * digitWidth_, digits_[rest % 10].data(), digitWidth_);
+        if (digitWidth_ == 1) {
+            start[i - 1] = static_cast<char>('0' + rest % 10);
+        } else {
+            std::memcpy(start + (i - 1) * digitWidth_, digits_[rest % 10].data(), digitWidth_);
+        }
     }
 }
 

@@ -17,6 +17,8 @@
 
 namespace velora {
 
+class DefaultsStoreEngine;
+
 /// The preferences of one user: typed values under text keys, shared by all processes of the user.
 ///
 /// The values lie in one JSON file that a person can read and edit. A read returns what the last completed
@@ -178,8 +180,7 @@ public:
     std::uint64_t waitForChange(std::uint64_t since, std::chrono::milliseconds timeout) const;
 
 private:
-    class Implementation;
-    std::unique_ptr<Implementation> implementation_;
+    std::unique_ptr<DefaultsStoreEngine> engine_;
 };
 
 }  // namespace velora

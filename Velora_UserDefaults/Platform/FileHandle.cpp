@@ -123,10 +123,20 @@ FileHandle::~FileHandle() {
 }
 
 FileResult<void> FileHandle::write(std::string_view bytes) {
-    return write(bytes, {});
+    std::size_t written = 0;
+    return writeParts(bytes, {}, written);
+}
+
+FileResult<void> FileHandle::write(std::string_view bytes, std::size_t& written) {
+    return writeParts(bytes, {}, written);
 }
 
 FileResult<void> FileHandle::write(std::string_view first, std::string_view second) {
+    std::size_t written = 0;
+    return writeParts(first, second, written);
+}
+
+FileResult<void> FileHandle::writeParts(std::string_view first, std::string_view second, std::size_t& written) {
     int code = EBADF;
     if (isOpen()) {
         std::array<iovec, 2> parts{asPart(first), asPart(second)};
@@ -136,6 +146,9 @@ FileResult<void> FileHandle::write(std::string_view first, std::string_view seco
         } else {
             code = writeAll(descriptor_, parts);
         }
+        written = first.size() + second.size() - parts[0].iov_len - parts[1].iov_len;
+    } else {
+        written = 0;
     }
     if (code != 0) {
         return failure(code, "couldn’t be written");

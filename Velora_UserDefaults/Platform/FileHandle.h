@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
@@ -39,6 +40,8 @@ public:
     /// On failure part of the bytes may have been written. A pipe whose reader has gone is a failure (EPIPE) like
     /// others: the calling thread gets no SIGPIPE.
     FileResult<void> write(std::string_view bytes);
+    /// As above; `written` gets the number of bytes written, which is less than all only on failure.
+    FileResult<void> write(std::string_view bytes, std::size_t& written);
     /// Writes `first` and then `second`, together as above, without copying them into one.
     FileResult<void> write(std::string_view first, std::string_view second);
 
@@ -71,6 +74,7 @@ private:
     FileHandle(int descriptor, std::string path);
 
     FileError failure(int code, std::string_view what) const;
+    FileResult<void> writeParts(std::string_view first, std::string_view second, std::size_t& written);
 
     int descriptor_ = -1;
     bool canRaiseSigpipe_ = false;

@@ -1,0 +1,273 @@
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <fcntl.h>
+#include <filesystem>
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+#include <stdio.h>
+#include <system_error>
+#include <unistd.h>
+
+#include <Velora_UserDefaults/Platform/DefaultsStoreDocument.h>
+#include <Velora_UserDefaults/Platform/DefaultsStoreFile.h>
+
+namespace velora {
+namespace {
+
+constexpr mode_t fileMode = 0600;
+constexpr mode_t folderMode = 0700;
+// No file system that matters stamps its files more coarsely than with the kernel's tick of at most 10 ms.
+constexpr std::int64_t stampResolution = 20'000'000;
+constexpr std::int64_t youth = 200'000'000;
+
+std::int64_t nanoseconds(const timespec& time) {
+    return time.tv_sec * std::int64_t{1'000'000'000} + time.tv_nsec;
+}
+
+std::int64_t now() {
+    timespec time{};
+    ::clock_gettime(CLOCK_REALTIME, &time);
+    return nanoseconds(time);
+}
+
+std::string folderOf(const std::string& path) {
+    return std::filesystem::path(path).parent_path().string();
+}
+
+template <typename Call>
+auto retrying(Call call) {
+    auto result = call();
+    while (result < 0 && errno == EINTR) {
+        result = call();
+    }
+    return result;
+}
+
+bool writeAll(int descriptor, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = retrying([&] { return ::write(descriptor, bytes.data(), bytes.size()); });
+        if (written < 0) {
+            return false;
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+/// Reads up to one byte more than a store may have.
+bool readAll(int descriptor, std::size_t expected, std::string& bytes) {
+    bytes.resize(std::min(expected, DefaultsStoreDocument::maximumSize) + 1);
+    std::size_t length = 0;
+    while (length <= DefaultsStoreDocument::maximumSize) {
+        if (length == bytes.size()) {
+            bytes.resize(std::min(2 * length, DefaultsStoreDocument::maximumSize + 1));
+        }
+        const ssize_t got = retrying([&] { return ::read(descriptor, bytes.data() + length, bytes.size() - length); });
+        if (got < 0) {
+            return false;
+        }
+        if (got == 0) {
+            break;
+        }
+        length += static_cast<std::size_t>(got);
+    }
+    bytes.resize(length);
+    return true;
+}
+
+/// What root makes in another user's folder is given to that user.
+void giveToFolderOwner(int descriptor, const std::string& path) {
+    struct stat folder {};
+    if (::geteuid() == 0 && ::stat(folderOf(path).c_str(), &folder) == 0 && folder.st_uid != 0) {
+        // On failure the file works for root all the same.
+        [[maybe_unused]] const int result = ::fchown(descriptor, folder.st_uid, folder.st_gid);
+    }
+}
+
+bool isOurs(const struct stat& status, const std::string& path) {
+    if (!S_ISREG(status.st_mode) || status.st_nlink > 1) {
+        return false;
+    }
+    struct stat folder {};
+    return status.st_uid == ::geteuid() ||
+           (::stat(folderOf(path).c_str(), &folder) == 0 && (folder.st_mode & S_IWOTH) == 0);
+}
+
+bool writeNewFile(const std::string& path, std::string_view bytes) {
+    if (::unlink(path.c_str()) != 0 && errno != ENOENT) {
+        return false;
+    }
+    DefaultsStoreDescriptor file = openBesideStore(path, O_WRONLY | O_CREAT | O_EXCL);
+    return file && writeAll(file.get(), bytes) && retrying([&] { return ::fdatasync(file.get()); }) == 0 &&
+           file.close();
+}
+
+void syncFolder(const std::string& folder) {
+    const DefaultsStoreDescriptor descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (descriptor) {
+        // Nothing is to be undone if it fails: every process sees the new file already.
+        ::fsync(descriptor.get());
+    }
+}
+
+bool renameToFreeName(const std::string& from, const std::string& to) {
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) {
+        return true;
+    }
+    // Not every file system knows the flag.
+    return errno == EINVAL && ::link(from.c_str(), to.c_str()) == 0 && ::unlink(from.c_str()) == 0;
+}
+
+}  // namespace
+
+DefaultsStoreDescriptor::~DefaultsStoreDescriptor() {
+    close();
+}
+
+bool DefaultsStoreDescriptor::close() {
+    const int descriptor = std::exchange(descriptor_, -1);
+    return descriptor < 0 || ::close(descriptor) == 0;
+}
+
+DefaultsStoreIdentity DefaultsStoreIdentity::of(const struct stat& status) {
+    return {.device = status.st_dev,
+            .inode = status.st_ino,
+            .size = status.st_size,
+            .modified = nanoseconds(status.st_mtim),
+            .changed = nanoseconds(status.st_ctim)};
+}
+
+std::optional<DefaultsStoreIdentity> DefaultsStoreIdentity::at(const std::string& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 ? std::optional(of(status)) : std::nullopt;
+}
+
+DefaultsStoreContents DefaultsStoreContents::read(const std::string& path) {
+    DefaultsStoreContents contents;
+    const std::int64_t before = now();
+    // O_NONBLOCK: a named pipe at this path must not hold anybody up.
+    const DefaultsStoreDescriptor file(
+        retrying([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK); }));
+    if (!file && errno == ENOENT) {
+        return contents;
+    }
+    contents.state = State::unreadable;
+    struct stat status {};
+    if (!file || ::fstat(file.get(), &status) != 0) {
+        contents.fault = withSystemError("cannot open it");
+        contents.identity = DefaultsStoreIdentity::at(path);
+        return contents;
+    }
+    contents.identity = DefaultsStoreIdentity::of(status);
+    const std::int64_t age = before - contents.identity->modified;
+    contents.settled = before - std::max(contents.identity->modified, contents.identity->changed) > stampResolution;
+    contents.young = age < youth && age > -youth;
+    if (!S_ISREG(status.st_mode)) {
+        contents.fault = S_ISDIR(status.st_mode) ? "it is a folder" : "it is no regular file";
+        return contents;
+    }
+    const auto size = static_cast<std::size_t>(status.st_size);
+    if (size <= DefaultsStoreDocument::maximumSize && !readAll(file.get(), size, contents.bytes)) {
+        contents.fault = withSystemError("cannot read it");
+        return contents;
+    }
+    if (std::max(size, contents.bytes.size()) > DefaultsStoreDocument::maximumSize) {
+        contents.state = State::tooLarge;
+        contents.bytes.clear();
+        contents.fault = fmt::format("{} bytes are more than a store may have", size);
+        return contents;
+    }
+    contents.state = State::complete;
+    return contents;
+}
+
+std::string resolvedStorePath(const std::string& path) {
+    constexpr int maximumLinks = 40;  // as many as the kernel follows
+    std::error_code error;
+    std::filesystem::path resolved = std::filesystem::absolute(path, error);
+    for (int links = 0; links < maximumLinks && std::filesystem::is_symlink(resolved, error); ++links) {
+        resolved = resolved.parent_path() / std::filesystem::read_symlink(resolved, error);
+    }
+    return resolved.lexically_normal().string();
+}
+
+bool makeStoreFolder(const std::string& path, std::string& fault) {
+    const std::string folder = folderOf(path);
+    struct stat status {};
+    if (::stat(folder.c_str(), &status) == 0) {
+        return true;
+    }
+    for (std::size_t end = 0; end != std::string::npos;) {
+        end = folder.find('/', end + 1);
+        if (::mkdir(folder.substr(0, end).c_str(), folderMode) == 0) {
+            continue;
+        }
+        // On the way down, folders that exist may refuse for other reasons than existing.
+        if (end == std::string::npos && errno != EEXIST && errno != EISDIR) {
+            fault = withSystemError("cannot make its folder");
+            return false;
+        }
+    }
+    return true;
+}
+
+DefaultsStoreDescriptor openBesideStore(const std::string& path, int flags) {
+    DefaultsStoreDescriptor file(retrying(
+        [&] { return ::open(path.c_str(), flags | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, fileMode); }));
+    struct stat status {};
+    if (!file || ::fstat(file.get(), &status) != 0) {
+        return DefaultsStoreDescriptor();
+    }
+    if (!isOurs(status, path)) {
+        errno = EPERM;
+        return DefaultsStoreDescriptor();
+    }
+    if ((flags & O_CREAT) != 0 && status.st_size == 0) {
+        giveToFolderOwner(file.get(), path);
+    }
+    return file;
+}
+
+bool isStillAt(const std::string& path, int descriptor) {
+    struct stat named {};
+    struct stat opened {};
+    return ::lstat(path.c_str(), &named) == 0 && ::fstat(descriptor, &opened) == 0 && named.st_dev == opened.st_dev &&
+           named.st_ino == opened.st_ino;
+}
+
+bool replaceStoreFile(const std::string& path, std::string_view bytes,
+                      const std::function<bool(const std::function<bool()>& move)>& rename, std::string& fault) {
+    const std::string newPath = path + ".new";
+    const auto move = [&] { return ::rename(newPath.c_str(), path.c_str()) == 0; };
+    if (!writeNewFile(newPath, bytes) || !rename(move)) {
+        fault = withSystemError("cannot write it");
+        ::unlink(newPath.c_str());
+        return false;
+    }
+    syncFolder(folderOf(path));
+    return true;
+}
+
+std::optional<std::string> setStoreFileAside(const std::string& path, std::string& fault) {
+    const std::string dated = fmt::format("{}.damaged-{:%Y%m%dT%H%M%SZ}", path, fmt::gmtime(::time(nullptr)));
+    std::string name = dated;
+    constexpr int maximumTries = 10000;
+    for (int number = 2; number < maximumTries; ++number) {
+        if (renameToFreeName(path, name)) {
+            return name;
+        }
+        if (errno != EEXIST) {
+            break;
+        }
+        name = fmt::format("{}-{}", dated, number);
+    }
+    fault = withSystemError("cannot rename it");
+    return std::nullopt;
+}
+
+std::string withSystemError(std::string_view what) {
+    return fmt::format("{}: {}", what, std::generic_category().message(errno));
+}
+
+}  // namespace velora
