@@ -3,20 +3,30 @@
 
 include(CMakePackageConfigHelpers)
 
-# Headers for the library's own use; no public header includes one of them.
+# Headers for the library's own use, as regular expressions without the ".h"; no public header includes
+# one of them.
 set(VELORA_INTERNAL_HEADERS
-    Platform/ForkHandlers.h
-    Platform/Text.h
-    Platform/TypeName.h
-    XCGLogger/InternalUserInfo.h)
+    "Platform/DefaultsStore.+"
+    "Platform/DispatchQueue.+"
+    Platform/ExceptionGuard
+    Platform/ExtendedAttributes
+    Platform/FileMove
+    Platform/ForkHandlers
+    Platform/ProcessInfo
+    Platform/RecursiveLock
+    Platform/Reused
+    Platform/SystemLog
+    Platform/Text
+    Platform/TypeName
+    XCGLogger/Destinations/QueuedLine
+    XCGLogger/EngineGuard
+    XCGLogger/InternalUserInfo
+    XCGLogger/LogCallScope)
 
 set(header_folder "${PROJECT_SOURCE_DIR}/Velora_UserDefaults")
 file(GLOB_RECURSE VELORA_PUBLIC_HEADERS CONFIGURE_DEPENDS RELATIVE "${header_folder}" "${header_folder}/*.h")
-foreach(header IN LISTS VELORA_INTERNAL_HEADERS)
-    if(NOT header IN_LIST VELORA_PUBLIC_HEADERS)
-        message(FATAL_ERROR "There is no internal header ${header}")
-    endif()
-    list(REMOVE_ITEM VELORA_PUBLIC_HEADERS "${header}")
+foreach(pattern IN LISTS VELORA_INTERNAL_HEADERS)
+    list(FILTER VELORA_PUBLIC_HEADERS EXCLUDE REGEX "^${pattern}\\.h$")
 endforeach()
 
 foreach(header IN LISTS VELORA_PUBLIC_HEADERS)
