@@ -20,6 +20,9 @@ namespace {
 
 constexpr std::size_t digitsOfNanoseconds = 9;
 constexpr std::int64_t nanosecondsInSecond = 1'000'000'000;
+// The seconds at both ends are cut off by the reach of `Date`.
+constexpr std::int64_t firstWholeSecond = Date::min().time_since_epoch().count() / nanosecondsInSecond;
+constexpr std::int64_t lastSecond = Date::max().time_since_epoch().count() / nanosecondsInSecond;
 
 /// A date as its second, rounded down, and the nanoseconds after it.
 struct SplitDate {
@@ -50,15 +53,16 @@ struct CachedSecond {
     static constexpr std::size_t capacity = 100;
 
     std::uint64_t formatter;
-    // In nanoseconds, modulo 2^64: the first second of all starts before the first `Date`.
-    std::uint64_t start;
+    std::int64_t start;
     std::uint32_t length;
     std::uint32_t fractionOffset;
     std::uint32_t fractionDigits;
     std::array<char, capacity> text;
 
+    /// Modulo 2^64, so above any second's length if `date` is earlier. Holds for whole seconds
+    /// only: from the end of a cut off one, the count goes on at the other end of time.
     std::uint64_t nanosecondsInto(Date date) const {
-        return static_cast<std::uint64_t>(date.time_since_epoch().count()) - start;
+        return static_cast<std::uint64_t>(date.time_since_epoch().count()) - static_cast<std::uint64_t>(start);
     }
     bool holds(std::uint64_t number, Date date) const {
         return formatter == number && nanosecondsInto(date) < static_cast<std::uint64_t>(nanosecondsInSecond);
@@ -264,12 +268,15 @@ DateFormatter::Engine::Engine(std::string pattern, const std::string& localeIden
 /// Asks ICU for the ten digits, and whether a number is its digits side by side: some numbering
 /// systems, such as Roman numerals, are written otherwise.
 void DateFormatter::Engine::learnDigits(const icu::Locale& locale, const icu::TimeZone& zone) {
-    const auto fraction = [&](const char* pattern, double milliseconds) {
+    const std::unique_ptr<icu::SimpleDateFormat> format = makeFormat("S", locale, zone);
+    if (format == nullptr) {
+        return;
+    }
+    const auto fraction = [&format](const char* pattern, double milliseconds) {
         std::string text;
-        if (const auto format = makeFormat(pattern, locale, zone); format != nullptr) {
-            icu::UnicodeString formatted;
-            format->format(milliseconds, formatted).toUTF8String(text);
-        }
+        icu::UnicodeString formatted;
+        format->applyPattern(pattern);
+        format->format(milliseconds, formatted).toUTF8String(text);
         return text;
     };
     for (std::size_t digit = 0; digit < digits_.size(); ++digit) {
@@ -333,13 +340,16 @@ void DateFormatter::Engine::appendCached(const CachedSecond& entry, std::uint32_
 
 /// Whether the second's text could be kept; if not, nothing was appended.
 bool DateFormatter::Engine::appendAndCache(SplitDate date, std::string& out) const {
+    if (date.second < firstWholeSecond || date.second >= lastSecond) {
+        return false;
+    }
     const Rendering rendering = render(static_cast<double>(date.second) * 1000);
     if (rendering.text.size() > CachedSecond::capacity || rendering.fractions.size() != subSecond_.fractionRuns) {
         return false;
     }
     CachedSecond& entry = threadCache.victim();
     entry.formatter = number_;
-    entry.start = static_cast<std::uint64_t>(date.second) * nanosecondsInSecond;
+    entry.start = date.second * nanosecondsInSecond;
     entry.length = static_cast<std::uint32_t>(rendering.text.size());
     entry.fractionDigits = 0;
     if (!rendering.fractions.empty()) {

@@ -20,7 +20,7 @@ namespace velora {
 /// fraction anew. That holds for patterns with at most one run of "S" and without "A".
 ///
 /// Nothing here throws for a bad argument:
-/// - a pattern is used as far as it is understood: text ends before a letter that stands for
+/// - a pattern is used as far as it is understood: text ends at a letter that stands for
 ///   nothing, and a quote that is not closed reaches to the end;
 /// - a locale that is not known falls back to its language, then to the root locale;
 /// - a time zone that is not known is GMT, and `timeZone()` is "Etc/Unknown".
