@@ -1,0 +1,112 @@
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <string>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+
+#include <Velora_UserDefaults/Platform/FileMove.h>
+
+#include "support/ForkedChild.h"
+#include "support/TemporaryFolder.h"
+
+namespace velora {
+namespace {
+
+using test::readFile;
+using test::resultOfForkedChild;
+using test::TemporaryFolder;
+using test::writeFile;
+
+constexpr int cannotFilter = 200;
+
+/// Makes the system call `call` fail with `code` from now on in this process, and returns whether that works.
+bool makeFail(long call, int code) {
+    std::array<sock_filter, 4> program{
+        sock_filter BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 1),
+        sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(code)),
+        sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+    const sock_fprog filter{.len = program.size(), .filter = program.data()};
+    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
+
+/// Renames in a child where the file system seems to know neither flags for renaming nor, if
+/// `withoutLinks`, hard links.
+int renameOnSimpleFileSystem(const std::string& from, const std::string& to, bool withoutLinks) {
+    return resultOfForkedChild([&] {
+        if (!makeFail(SYS_renameat2, EINVAL) || (withoutLinks && !makeFail(SYS_linkat, EPERM))) {
+            return cannotFilter;
+        }
+        return renameWithoutReplacing(from, to);
+    });
+}
+
+/// Whether hard links do not work either.
+class RenameOnSimpleFileSystemTest : public testing::TestWithParam<bool> {
+protected:
+    TemporaryFolder folder_;
+    std::string from_ = folder_ / "from";
+    std::string to_ = folder_ / "to";
+};
+
+INSTANTIATE_TEST_SUITE_P(RenameWithoutReplacing, RenameOnSimpleFileSystemTest, testing::Bool());
+
+TEST_P(RenameOnSimpleFileSystemTest, MovesFilesAndReplacesNothing) {
+    writeFile(from_, "1");
+    const int code = renameOnSimpleFileSystem(from_, to_, GetParam());
+    if (code == cannotFilter) {
+        GTEST_SKIP() << "system calls cannot be filtered here";
+    }
+    EXPECT_EQ(code, 0);
+    EXPECT_EQ(readFile(to_), "1");
+    EXPECT_FALSE(std::filesystem::exists(from_));
+
+    writeFile(from_, "2");
+    EXPECT_EQ(renameOnSimpleFileSystem(from_, to_, GetParam()), EEXIST);
+    EXPECT_EQ(readFile(to_), "1");
+    EXPECT_EQ(readFile(from_), "2");
+    EXPECT_EQ(renameOnSimpleFileSystem(from_, from_, GetParam()), EEXIST);
+    EXPECT_EQ(renameOnSimpleFileSystem(folder_ / "missing", folder_ / "x", GetParam()), ENOENT);
+}
+
+TEST_P(RenameOnSimpleFileSystemTest, MovesFoldersAndReplacesNone) {
+    std::filesystem::create_directory(from_);
+    writeFile(from_ + "/file", "1");
+    const int code = renameOnSimpleFileSystem(from_, to_, GetParam());
+    if (code == cannotFilter) {
+        GTEST_SKIP() << "system calls cannot be filtered here";
+    }
+    EXPECT_EQ(code, 0);
+    EXPECT_EQ(readFile(to_ + "/file"), "1");
+    std::filesystem::create_directory(folder_ / "empty");
+    EXPECT_EQ(renameOnSimpleFileSystem(to_, folder_ / "empty", GetParam()), EEXIST);
+    EXPECT_NE(renameOnSimpleFileSystem(to_, to_ + "/below", GetParam()), 0);
+    EXPECT_EQ(readFile(to_ + "/file"), "1");
+}
+
+TEST(RenameWithoutReplacing, MovesAFileInOneStep) {
+    const TemporaryFolder folder;
+    writeFile(folder / "a", "1");
+    EXPECT_EQ(renameWithoutReplacing(folder / "a", folder / "b"), 0);
+    EXPECT_EQ(readFile(folder / "b"), "1");
+    EXPECT_EQ(renameWithoutReplacing(folder / "b", folder / "b"), EEXIST);
+}
+
+TEST(CopyWithoutReplacing, KeepsTheOriginal) {
+    const TemporaryFolder folder;
+    writeFile(folder / "a", "1");
+    EXPECT_EQ(copyWithoutReplacing(folder / "a", folder / "b"), 0);
+    EXPECT_EQ(readFile(folder / "a"), "1");
+    EXPECT_EQ(readFile(folder / "b"), "1");
+    writeFile(folder / "a", "2");
+    EXPECT_EQ(copyWithoutReplacing(folder / "a", folder / "b"), EEXIST);
+    EXPECT_EQ(readFile(folder / "b"), "1");
+}
+
+}  // namespace
+}  // namespace velora
