@@ -1,0 +1,57 @@
+#pragma once
+
+#include <concepts>
+#include <memory>
+#include <type_traits>
+#include <utility>
+
+#include <Velora_UserDefaults/Platform/Export.h>
+
+namespace velora {
+
+class MadeInTwoSteps;
+
+template <typename Object, typename... Arguments>
+requires std::derived_from<Object, MadeInTwoSteps> std::shared_ptr<Object> make(Arguments&&... arguments);
+
+/// The pass key that lets `make` alone run the constructors of shared objects. A constructor takes it
+/// first and hands it on to its base; nothing else can create one.
+class Making {
+    explicit Making() = default;
+    template <typename Object, typename... Arguments>
+    requires std::derived_from<Object, MadeInTwoSteps>
+    friend std::shared_ptr<Object> make(Arguments&&... arguments);
+};
+
+/// The base of the shared objects whose making calls operations that a subclass may override.
+///
+/// A constructor cannot reach an override, nor hand out a shared pointer to the object. So `make`
+/// constructs first and then runs `finishMaking`, where both are possible.
+class VELORA_EXPORT MadeInTwoSteps {
+public:
+    explicit MadeInTwoSteps(Making /*key*/) {}
+    MadeInTwoSteps(const MadeInTwoSteps&) = delete;
+    MadeInTwoSteps& operator=(const MadeInTwoSteps&) = delete;
+
+protected:
+    virtual ~MadeInTwoSteps() = default;
+
+    /// The second step. An override calls its base's first.
+    virtual void finishMaking() {}
+
+private:
+    template <typename Object, typename... Arguments>
+    requires std::derived_from<Object, MadeInTwoSteps>
+    friend std::shared_ptr<Object> make(Arguments&&... arguments);
+};
+
+/// Makes a shared object: `make<ConsoleDestination>(nullptr, "console")`. The arguments are those of
+/// the class's constructor without its key.
+template <typename Object, typename... Arguments>
+requires std::derived_from<Object, MadeInTwoSteps> std::shared_ptr<Object> make(Arguments&&... arguments) {
+    const auto object = std::make_shared<Object>(Making(), std::forward<Arguments>(arguments)...);
+    static_cast<MadeInTwoSteps&>(*object).finishMaking();
+    return object;
+}
+
+}  // namespace velora

@@ -1,0 +1,16 @@
+#pragma once
+
+// All of the library. A file that only logs includes <Velora_UserDefaults/XCGLogger/XCGLogger.h> instead.
+
+#include <Velora_UserDefaults/Platform/Bundle.h>
+#include <Velora_UserDefaults/Platform/Date.h>
+#include <Velora_UserDefaults/Platform/DateFormatter.h>
+#include <Velora_UserDefaults/Platform/DispatchQueue.h>
+#include <Velora_UserDefaults/Platform/ThreadInfo.h>
+#include <Velora_UserDefaults/Platform/URL.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/AppleSystemLogDestination.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/ConsoleDestination.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/FileDestination.h>
+#include <Velora_UserDefaults/XCGLogger/Filters/FileNameFilter.h>
+#include <Velora_UserDefaults/XCGLogger/LogFormatters/ANSIColorLogFormatter.h>
+#include <Velora_UserDefaults/XCGLogger/XCGLogger.h>

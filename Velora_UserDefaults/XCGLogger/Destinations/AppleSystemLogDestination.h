@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string_view>
+
+#include <Velora_UserDefaults/Platform/Export.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/BaseQueuedDestination.h>
+
+namespace velora {
+
+/// Writes lines to the system's log, on Linux by `syslog(3)`: facility `user`, priority `notice`.
+///
+/// A message is never taken as a format: percent signs arrive as they are. The system log stamps each entry
+/// with its own date, so the date column is always off; switching it on is accepted and ignored.
+class VELORA_EXPORT AppleSystemLogDestination : public BaseQueuedDestination {
+public:
+    using BaseQueuedDestination::BaseQueuedDestination;
+
+    bool showDate() const override { return false; }
+    void setShowDate(bool show) override;
+
+    void write(std::string_view message) override;
+};
+
+}  // namespace velora

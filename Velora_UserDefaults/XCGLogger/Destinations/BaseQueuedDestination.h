@@ -1,0 +1,56 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include <Velora_UserDefaults/Platform/Export.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/BaseDestination.h>
+
+namespace velora {
+
+class DispatchQueue;
+
+/// A destination whose lines are written either at once, on the logging thread, or later, on a queue of its
+/// choosing. The base of all destinations that write something: derive from it and supply `write`.
+///
+///     class RingDestination : public velora::BaseQueuedDestination {
+///     public:
+///         using BaseQueuedDestination::BaseQueuedDestination;
+///         void write(std::string_view message) override { ring_.push(std::string(message)); }
+///     };
+///     log->add(velora::make<RingDestination>(nullptr, "ring"));
+///
+/// Filters and formatters run where the write runs. Without a queue several threads may be in `write` at
+/// once; with one, writes come one at a time and in the order of the log calls, and the logging thread waits
+/// only if the queue is full. The line is composed before the hand-over, so its thread column names the
+/// logging thread.
+class VELORA_EXPORT BaseQueuedDestination : public BaseDestination {
+public:
+    BaseQueuedDestination(Making key, std::shared_ptr<XCGLogger> owner, std::string identifier);
+    ~BaseQueuedDestination() override;
+
+    /// The queue that lines are written on; null, as at first, for the logging thread. Set before logging.
+    virtual const std::shared_ptr<DispatchQueue>& logQueue() const { return logQueue_; }
+    virtual void setLogQueue(std::shared_ptr<DispatchQueue> queue) { logQueue_ = std::move(queue); }
+
+    /// Asks the filters, runs the formatters and writes the line: here and now, or on the queue, which keeps
+    /// the destination alive until it has done so.
+    void output(LogDetails& logDetails, std::string& message) override;
+
+    /// Writes one finished line, which has no line feed at its end. Here it does nothing. An exception
+    /// that escapes from it is printed to standard output and goes no further.
+    virtual void write(std::string_view message);
+
+protected:
+    /// Filters, formats and writes one line on the calling thread.
+    void outputNow(LogDetails& logDetails, std::string& message);
+
+private:
+    friend class QueuedLine;
+
+    std::shared_ptr<DispatchQueue> logQueue_;
+};
+
+}  // namespace velora

@@ -1,0 +1,7 @@
+#include <Velora_UserDefaults/XCGLogger/Destinations/DestinationProtocol.h>
+
+namespace velora {
+
+DestinationProtocol::~DestinationProtocol() = default;
+
+}  // namespace velora

@@ -1,0 +1,303 @@
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include <Velora_UserDefaults/Platform/Date.h>
+#include <Velora_UserDefaults/Platform/DispatchQueue.h>
+#include <Velora_UserDefaults/Platform/ExtendedAttributes.h>
+#include <Velora_UserDefaults/Platform/FatalError.h>
+#include <Velora_UserDefaults/Platform/FileHandle.h>
+#include <Velora_UserDefaults/Platform/Text.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/FileDestination.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/LogFile.h>
+#include <Velora_UserDefaults/XCGLogger/EngineGuard.h>
+#include <Velora_UserDefaults/XCGLogger/InternalUserInfo.h>
+#include <Velora_UserDefaults/XCGLogger/XCGLogger.h>
+
+namespace velora {
+
+namespace {
+
+/// How many files the calling thread holds.
+__attribute__((tls_model("initial-exec"))) thread_local constinit int heldFiles = 0;
+
+/// How much a batch gathers before it is written in the middle.
+constexpr std::size_t maximumPendingBytes = 64 * 1'024;
+
+}  // namespace
+
+/// The destination's file, which writes what a batch of the queue has gathered when the batch ends.
+class FileDestination::File final : public LogFile, public DispatchQueue::BatchEnd {
+public:
+    explicit File(FileDestination& destination) : destination_(destination) {}
+
+    void writeAtEndOfBatch() {
+        if (!keptAlive_) {
+            keptAlive_ = destination_.shared_from_this();
+        }
+        DispatchQueue::atEndOfBatch(*this);
+    }
+
+    void batchEnded() noexcept override {
+        const std::shared_ptr<BaseDestination> destination = std::exchange(keptAlive_, nullptr);
+        const HeldFile held(destination_);
+        writePending();
+    }
+
+private:
+    FileDestination& destination_;
+    std::shared_ptr<BaseDestination> keptAlive_;
+};
+
+FileDestination::HeldFile::HeldFile(FileDestination& destination) : destination_(destination), isHeld_(true) {
+    destination_.file_->lock.lock();
+    ++heldFiles;
+}
+
+FileDestination::HeldFile::HeldFile(FileDestination& destination, std::string_view line)
+    : destination_(destination), isHeld_(true) {
+    LogFile& file = *destination_.file_;
+    if (heldFiles == 0) {
+        file.lock.lock();
+    } else if (!file.lock.try_lock()) {
+        file.leave(line);
+        // Whoever held the file may have looked for lines before this one was there: if it has
+        // let go since, this thread looks again when it lets go.
+        isHeld_ = false;
+        if (!file.lock.try_lock()) {
+            return;
+        }
+        file.lock.unlock();
+        destination_.writeLinesLeft();
+        return;
+    }
+    ++heldFiles;
+}
+
+FileDestination::HeldFile::~HeldFile() {
+    if (!isHeld_) {
+        return;
+    }
+    --heldFiles;
+    LogFile& file = *destination_.file_;
+    file.lock.unlock();
+    if (file.hasLeft() && !file.lock.isHeldByThisThread()) {
+        destination_.writeLinesLeft();
+    }
+}
+
+FileDestination::FileDestination(Making key, std::shared_ptr<XCGLogger> owner, const FileTarget& writeToFile,
+                                 std::string identifier, bool shouldAppend, std::optional<std::string> appendMarker,
+                                 std::optional<FileAttributes> attributes)
+    : BaseQueuedDestination(key, std::move(owner), std::move(identifier)),
+      writeToFileURL_(writeToFile.url()),
+      shouldAppend_(shouldAppend),
+      appendMarker_(std::move(appendMarker)),
+      fileAttributes_(std::move(attributes)),
+      file_(std::make_unique<File>(*this)) {}
+
+FileDestination::FileDestination(Making key, std::shared_ptr<XCGLogger> owner, std::string identifier)
+    : BaseQueuedDestination(key, std::move(owner), std::move(identifier)), shouldAppend_(false) {
+    fatalError("Use of unimplemented initializer 'init(owner:identifier:)' for class 'XCGLogger.FileDestination'");
+}
+
+FileDestination::~FileDestination() {
+    file_->close();
+}
+
+void FileDestination::finishMaking() {
+    BaseQueuedDestination::finishMaking();
+    if (owner()) {
+        openFile();
+    }
+}
+
+const std::optional<URL>& FileDestination::writeToFileURL() const {
+    return writeToFileURL_;
+}
+
+void FileDestination::setWriteToFileURL(const std::optional<FileTarget>& target) {
+    const HeldFile held(*this);
+    writeToFileURL_ = target ? target->url() : std::nullopt;
+    openFile();
+}
+
+bool FileDestination::isOpen() const {
+    const std::scoped_lock guard(file_->lock);
+    return file_->isOpen();
+}
+
+void FileDestination::setOwner(std::shared_ptr<XCGLogger> owner) {
+    const HeldFile held(*this);
+    BaseQueuedDestination::setOwner(std::move(owner));
+    if (this->owner()) {
+        openFile();
+    } else {
+        closeFile();
+    }
+}
+
+void FileDestination::openFile() {
+    const HeldFile held(*this);
+    if (!owner()) {
+        return;
+    }
+    closeFile();
+    if (!writeToFileURL_) {
+        return;
+    }
+    const std::string path = writeToFileURL_->path();
+    const bool isAppending = FileManager::fileExists(path) && shouldAppend();
+    if (!isAppending) {
+        FileManager::createFile(path, fileAttributes().value_or(FileAttributes()));
+    }
+    FileResult<FileHandle> handle = FileHandle::openForWriting(path);
+    if (!handle) {
+        report(std::string("Attempt to open log file for ") + (isAppending ? "appending" : "writing") +
+                   " failed: " + handle.error().description,
+               Level::error);
+        return;
+    }
+    file_->open(*std::move(handle));
+    if (isAppending && appendMarker() && isValidUTF8(*appendMarker())) {
+        file_->append(*appendMarker());
+        file_->writePending();
+    }
+    announceOpening(isAppending);
+}
+
+void FileDestination::announceOpening(bool isAppending) {
+    const std::shared_ptr<XCGLogger> owner = this->owner();
+    owner->logAppDetails(this);
+    LogDetails record{.level = Level::info,
+                      .date = currentDate(),
+                      .message = std::string("XCGLogger ") + (isAppending ? "appending" : "writing") +
+                                 " log to: " + writeToFileURL_->absoluteString(),
+                      .functionName = {},
+                      .fileName = {},
+                      .lineNumber = 0,
+                      .userInfo = internalUserInfo()};
+    owner->_logln(record.message, record.level, this);
+    if (!owner->destination(identifier())) {
+        processInternal(record);
+    }
+}
+
+void FileDestination::goOnIfReplaced() {
+    if (!file_->isTimeToLook() || !writeToFileURL_) {
+        return;
+    }
+    const std::string path = writeToFileURL_->path();
+    if (file_->isStillAt(path)) {
+        return;
+    }
+    const bool isReplaced = FileManager::fileExists(path);
+    if (!isReplaced) {
+        FileManager::createFile(path, fileAttributes().value_or(FileAttributes()));
+    }
+    FileResult<FileHandle> handle = FileHandle::openForWriting(path);
+    if (!handle) {
+        return;  // the open file, without a name as it is, still takes the lines
+    }
+    file_->open(*std::move(handle));
+    setHaveLoggedAppDetails(false);
+    announceOpening(isReplaced);
+}
+
+void FileDestination::closeFile() {
+    const HeldFile held(*this);
+    file_->close();
+}
+
+void FileDestination::write(std::string_view message) {
+    if (!isValidUTF8(message)) {
+        return;
+    }
+    const HeldFile held(*this, message);
+    if (!held || !file_->isOpen()) {
+        return;
+    }
+    goOnIfReplaced();
+    file_->append(message);
+    const std::shared_ptr<DispatchQueue>& queue = logQueue();
+    if (queue && queue->isCurrent() && file_->pendingBytes() < maximumPendingBytes) {
+        file_->writeAtEndOfBatch();
+    } else {
+        file_->writePending();
+    }
+}
+
+void FileDestination::writeLinesLeft() {
+    for (const std::string& line : file_->takeLeft()) {
+        write(line);
+    }
+}
+
+void FileDestination::flush(std::function<void()> closure) {
+    auto work = [self = shared_from_this(), this, closure = std::move(closure)] {
+        {
+            const HeldFile held(*this);
+            file_->synchronize();
+        }
+        if (closure) {
+            reportingExceptions(closure);
+        }
+    };
+    if (const std::shared_ptr<DispatchQueue>& queue = logQueue()) {
+        queue->async(std::move(work));
+    } else {
+        work();
+    }
+}
+
+bool FileDestination::rotateFile(const FileTarget& to, const std::function<void(bool success)>& closure) {
+    const HeldFile held(*this);
+    const bool success = moveFile(to);
+    if (closure) {
+        reportingExceptions([&] { closure(success); });
+    }
+    return success;
+}
+
+bool FileDestination::moveFile(const FileTarget& to) {
+    if (!to.url() || !writeToFileURL_) {
+        return false;
+    }
+    const std::string path = writeToFileURL_->path();
+    const std::string archivePath = to.url()->path();
+    if (FileManager::fileExists(archivePath)) {
+        return false;
+    }
+    closeFile();
+    setHaveLoggedAppDetails(false);
+    if (const auto moved = FileManager::move(path, archivePath); !moved) {
+        openFile();
+        report("Unable to rotate file " + path + " to " + archivePath + ": " + moved.error().description, Level::error);
+        return false;
+    }
+    markArchive(archivePath);
+    report("Rotated file " + path + " to " + archivePath, Level::info);
+    openFile();
+    return true;
+}
+
+void FileDestination::markArchive(const std::string& path) {
+    FileResult<void> marked =
+        writeExtendedAttribute(path, Constants::extendedAttributeArchivedLogIdentifierKey, identifier());
+    if (marked) {
+        marked = writeExtendedAttribute(path, Constants::extendedAttributeArchivedLogTimestampKey,
+                                        shortestRoundTripText(secondsSince1970(currentDate())));
+    }
+    if (!marked) {
+        report("Unable to set extended file attributes on file " + path + ": " + marked.error().description,
+               Level::error);
+    }
+}
+
+void FileDestination::report(const std::string& text, Level level) {
+    if (const std::shared_ptr<XCGLogger> owner = this->owner()) {
+        owner->_logln(text, level, this);
+    }
+}
+
+}  // namespace velora

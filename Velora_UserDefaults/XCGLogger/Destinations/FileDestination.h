@@ -1,0 +1,134 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <Velora_UserDefaults/Platform/Export.h>
+#include <Velora_UserDefaults/Platform/FileManager.h>
+#include <Velora_UserDefaults/Platform/URL.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/BaseQueuedDestination.h>
+#include <Velora_UserDefaults/XCGLogger/FileTarget.h>
+
+namespace velora {
+
+/// Writes lines to one file.
+///
+///     log->add(velora::make<velora::FileDestination>(nullptr, "/var/log/app.log", "file", /*shouldAppend=*/true));
+///
+/// The file is opened when the destination gains an owner, which `XCGLogger::add` gives it, and closed when
+/// it loses it. An opened file gets the start-up header and a line that announces writing; one that is
+/// appended to gets the append marker first.
+///
+/// **Durability.** Without a queue each line is in the kernel when the log call returns, written by one
+/// system call in append mode: it survives a crash of the process. With a queue the lines of a batch are
+/// written with one call. Data reaches the disk by `flush`, closing, rotation, or the system's own time.
+///
+/// **Threads.** Any number of threads may log through one destination: no line is torn, lost or doubled,
+/// also while another thread rotates or flushes. Closures given to `flush` and `rotateFile`, and internal
+/// lines, run while the file is held: they may log, but not wait for another thread that logs here.
+///
+/// **Failures** are internal lines at level `error` on the owner's other destinations: a file that cannot be
+/// opened, a rotation that fails. A write that fails prints "Objective-C Exception occurred: …" to standard
+/// output, and the next line is tried as usual. A line that is no valid UTF-8 is dropped.
+/// If the file is removed or replaced while it is open, the destination notices within a second, when it
+/// next writes, and goes on in a file under the same name.
+class VELORA_EXPORT FileDestination : public BaseQueuedDestination {
+public:
+    /// `owner` is usually null. `writeToFile` that is no path or file URL means that nothing is ever written.
+    /// `shouldAppend` keeps what an existing file holds; then `appendMarker`, if there is one, is written as a
+    /// line of its own. `attributes` are given to the file when it is created; without permissions among
+    /// them it is made readable for the user and the group only (0640), less the umask.
+    FileDestination(Making key, std::shared_ptr<XCGLogger> owner, const FileTarget& writeToFile, std::string identifier,
+                    bool shouldAppend = false, std::optional<std::string> appendMarker = "-- ** ** ** --",
+                    std::optional<FileAttributes> attributes = std::nullopt);
+
+    /// A file destination cannot be made without a file: a fatal error.
+    [[deprecated("a file destination needs a file: pass it between owner and identifier")]] FileDestination(
+        Making key, std::shared_ptr<XCGLogger> owner, std::string identifier);
+
+    /// Closes the file.
+    ~FileDestination() override;
+
+    /// The log file. Setting it closes the file and opens the new one.
+    virtual const std::optional<URL>& writeToFileURL() const;
+    virtual void setWriteToFileURL(const std::optional<FileTarget>& target);
+
+    /// Whether a file is open now.
+    bool isOpen() const;
+
+    virtual bool shouldAppend() const { return shouldAppend_; }
+    virtual void setShouldAppend(bool shouldAppend) { shouldAppend_ = shouldAppend; }
+    virtual const std::optional<std::string>& appendMarker() const { return appendMarker_; }
+    virtual void setAppendMarker(std::optional<std::string> marker) { appendMarker_ = std::move(marker); }
+    virtual const std::optional<FileAttributes>& fileAttributes() const { return fileAttributes_; }
+    virtual void setFileAttributes(std::optional<FileAttributes> attributes) {
+        fileAttributes_ = std::move(attributes);
+    }
+
+    /// Setting an owner opens the file, taking it away closes it.
+    void setOwner(std::shared_ptr<XCGLogger> owner) override;
+
+    /// Writes one line, ended by exactly one line feed.
+    void write(std::string_view message) override;
+
+    /// Brings everything written so far to the disk, then calls `closure`: here and now, or with a queue
+    /// after every line logged before, on the queue.
+    virtual void flush(std::function<void()> closure = nullptr);
+
+    /// Moves the file to `to`, marks it there with this destination's identifier and the time, and goes on in a
+    /// new, empty file. Calls `closure` with whether it succeeded, and returns the same.
+    ///
+    /// Fails, with the file untouched and still open, if `to` is no target, exists already, or cannot be
+    /// moved to. An archive that could not be marked is a success; an internal line names it.
+    virtual bool rotateFile(const FileTarget& to, const std::function<void(bool success)>& closure = nullptr);
+
+protected:
+    void finishMaking() override;
+
+    /// Exclusive use of the file for the calling thread, for as long as the object lives; nestable.
+    ///
+    /// Used around every use of the file. A thread that already holds another file, because it is in the
+    /// middle of a rotation and logs about it, does not wait for a file that a second thread holds: the
+    /// second may be rotating too and wait for the first. Then this object is false, and `line` has been
+    /// left with the second thread, which writes it as soon as it is done.
+    class HeldFile {
+    public:
+        /// Waits for the file.
+        explicit HeldFile(FileDestination& destination);
+        /// Waits for the file, or leaves `line` to the thread that holds it.
+        HeldFile(FileDestination& destination, std::string_view line);
+        HeldFile(const HeldFile&) = delete;
+        HeldFile& operator=(const HeldFile&) = delete;
+        ~HeldFile();
+        explicit operator bool() const noexcept { return isHeld_; }
+
+    private:
+        FileDestination& destination_;
+        bool isHeld_;
+    };
+
+    /// Brings what was written to the disk and closes the file, if it is open.
+    void closeFile();
+
+private:
+    class File;
+
+    void openFile();
+    void announceOpening(bool isAppending);
+    void goOnIfReplaced();
+    bool moveFile(const FileTarget& to);
+    void markArchive(const std::string& path);
+    void writeLinesLeft();
+    void report(const std::string& text, Level level);
+
+    std::optional<URL> writeToFileURL_;
+    bool shouldAppend_;
+    std::optional<std::string> appendMarker_;
+    std::optional<FileAttributes> fileAttributes_;
+    std::unique_ptr<File> file_;
+};
+
+}  // namespace velora

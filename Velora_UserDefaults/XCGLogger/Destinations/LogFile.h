@@ -1,0 +1,69 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <Velora_UserDefaults/Platform/FileHandle.h>
+#include <Velora_UserDefaults/Platform/RecursiveLock.h>
+
+namespace velora {
+
+/// An open log file and the lines that wait to be written to it. Internal.
+///
+/// Lines are appended to a buffer, each with its line feed, and written together by `writePending`. The
+/// caller has exclusive use, by `lock`; only `leave` and `takeLeft` are for any thread at any time.
+class LogFile {
+public:
+    LogFile() = default;
+    LogFile(const LogFile&) = delete;
+    LogFile& operator=(const LogFile&) = delete;
+
+    /// Guards all the rest, and everything that a destination does with its file.
+    RecursiveLock lock;
+
+    bool isOpen() const noexcept { return handle_.isOpen(); }
+    /// Goes on with `handle`. What is pending is written to the file it was meant for, if that is open.
+    void open(FileHandle handle);
+    /// Writes what is pending, brings it to the disk and closes the file.
+    void close();
+    /// Writes what is pending and brings it to the disk.
+    void synchronize();
+
+    /// Appends `line` and one line feed to what is pending; the line's own line feeds at its end count for it.
+    void append(std::string_view line);
+    /// How many bytes are pending.
+    std::size_t pendingBytes() const noexcept { return pending_.size(); }
+    /// Writes what is pending with one call. A line that cannot be written is reported on standard output and
+    /// dropped; the ones after it are tried each by itself.
+    void writePending();
+
+    /// Whether it is time to look again if the file is still where it was: at most once a second.
+    bool isTimeToLook();
+    /// Whether `path` still names the open file.
+    bool isStillAt(const std::string& path) const { return handle_.stillAt(path); }
+
+    /// Leaves a line for the thread that has exclusive use now.
+    void leave(std::string_view line);
+    bool hasLeft() const noexcept { return hasLeft_.load(std::memory_order_seq_cst); }
+    /// Takes the lines left by other threads, in their order.
+    std::vector<std::string> takeLeft();
+
+private:
+    void dropWhatTheParentHad();
+    std::size_t tryToWrite(std::string_view bytes);
+
+    FileHandle handle_;
+    std::string pending_;
+    std::uint64_t pendingGeneration_ = 0;
+    bool endsInsideALine_ = false;
+    std::int64_t nextLook_ = 0;
+
+    RecursiveLock leftLock_;
+    std::vector<std::string> left_;
+    std::atomic<bool> hasLeft_{false};
+};
+
+}  // namespace velora

@@ -1,0 +1,156 @@
+#pragma once
+
+#include <concepts>
+#include <type_traits>
+#include <utility>
+
+#include <Velora_UserDefaults/XCGLogger/Level.h>
+#include <Velora_UserDefaults/XCGLogger/Message.h>
+#include <Velora_UserDefaults/XCGLogger/SourceLocation.h>
+#include <Velora_UserDefaults/XCGLogger/UserInfo.h>
+
+namespace velora {
+
+template <typename Type>
+concept PlaceOfACall = std::convertible_to<const Type&, SourceLocation>;
+
+/// What a log call can take as its message: a value, or a closure that makes one.
+template <typename Message>
+concept MessageSource = (MessageMaker<std::remove_reference_t<Message>> ||
+                         Loggable<std::remove_cvref_t<Message>>)&&!PlaceOfACall<std::remove_cvref_t<Message>> &&
+                        !UserInfoSource<std::remove_cvref_t<Message>>;
+
+/// The log calls of one level, in every shape; `log->info` is one of these.
+///
+///     log->info("text");                                // text as it is: braces mean nothing here
+///     log->info(value);                                 // anything {fmt} or operator<< can print
+///     log->info([&] { return expensive(); });           // run only if some destination accepts the call
+///     log->info("pin length {}", n);                    // checked by the compiler, rendered as late
+///     log->info(Tag("net") | Dev("ann"), "retry {}", n);  // user info first, in every shape
+///     log->info();                                      // the logger's message for calls without one
+///     log->info("text", place);                         // a place captured elsewhere: after the message,
+///     log->info(place, info, [&] { return text(); });   // or before a closure
+///
+/// A message that is an empty optional, or a closure that returns one, logs nothing. The message is
+/// rendered at most once, on the calling thread, before the call returns. The place of the call is
+/// captured by default arguments. May be called from any thread. Nothing is thrown.
+///
+/// `Target` knows the logger: `logger()` returns a reference to it.
+template <typename Target>
+class LogCalls {
+public:
+    constexpr LogCalls(Target target, Level level) noexcept : target_(target), level_(level) {}
+    LogCalls(const LogCalls&) = delete;
+    LogCalls& operator=(const LogCalls&) = delete;
+
+    /// No message.
+    void operator()(SourceLocation place = SourceLocation::current()) const {
+        target_.logger().logln(level_, place, {}, target_.logger().noMessageClosure());
+    }
+    template <UserInfoSource Info>
+    void operator()(const Info& userInfo, SourceLocation place = SourceLocation::current()) const {
+        target_.logger().logln(level_, place, userInfo, target_.logger().noMessageClosure());
+    }
+    template <UserInfoSource Info>
+    void operator()(SourceLocation place, const Info& userInfo) const {
+        (*this)(userInfo, place);
+    }
+
+    /// A message: a value or a closure.
+    template <MessageSource Message>
+    void operator()(Message&& message, SourceLocation place = SourceLocation::current()) const {
+        target_.logger().logln(level_, place, {}, message);
+    }
+    template <UserInfoSource Info, MessageSource Message>
+    void operator()(const Info& userInfo, Message&& message, SourceLocation place = SourceLocation::current()) const {
+        target_.logger().logln(level_, place, userInfo, message);
+    }
+    template <MessageSource Message, UserInfoSource Info>
+    void operator()(Message&& message, SourceLocation place, const Info& userInfo) const {
+        target_.logger().logln(level_, place, userInfo, message);
+    }
+
+    /// The place first, then a closure.
+    template <MessageMaker Closure>
+    void operator()(SourceLocation place, Closure&& closure) const {
+        target_.logger().logln(level_, place, {}, closure);
+    }
+    template <UserInfoSource Info, MessageMaker Closure>
+    void operator()(SourceLocation place, const Info& userInfo, Closure&& closure) const {
+        target_.logger().logln(level_, place, userInfo, closure);
+    }
+
+    /// A format and its arguments.
+    template <typename First, typename... Rest>
+    requires(!PlaceOfACall<std::remove_cvref_t<First>>) void operator()(
+        LocatedFormat<std::type_identity_t<First>, std::type_identity_t<Rest>...> format, First&& first,
+        Rest&&... rest) const {
+        logFormatted(UserInfoReference(), format.location, format.format, first, rest...);
+    }
+    template <UserInfoSource Info, typename First, typename... Rest>
+    requires(!PlaceOfACall<std::remove_cvref_t<First>>) void operator()(
+        const Info& userInfo, LocatedFormat<std::type_identity_t<First>, std::type_identity_t<Rest>...> format,
+        First&& first, Rest&&... rest) const {
+        logFormatted(userInfo, format.location, format.format, first, rest...);
+    }
+
+private:
+    template <typename... Arguments>
+    void logFormatted(UserInfoReference userInfo, const SourceLocation& place, fmt::string_view format,
+                      Arguments&... arguments) const {
+        auto filledIn = [&](std::string& out) { appendFormatted(out, format, fmt::make_format_args(arguments...)); };
+        target_.logger().logln(level_, place, userInfo, MessageReference::appendedBy(filledIn));
+    }
+
+    Target target_;
+    Level level_;
+};
+
+/// The conditional execution of one level: `log->infoExec([&] { dumpState(); })` runs the closure, on
+/// the calling thread, only if the logger's own threshold lets the level through.
+template <typename Target>
+class ExecCalls {
+public:
+    constexpr ExecCalls(Target target, Level level) noexcept : target_(target), level_(level) {}
+    ExecCalls(const ExecCalls&) = delete;
+    ExecCalls& operator=(const ExecCalls&) = delete;
+
+    template <std::invocable Closure>
+    void operator()(Closure&& closure) const {
+        target_.logger().exec(level_, std::forward<Closure>(closure));
+    }
+
+private:
+    Target target_;
+    Level level_;
+};
+
+/// The nine levels' calls, written once for a logger's own and for the class-level ones.
+template <typename Target>
+struct AllLogCalls {
+    constexpr explicit AllLogCalls(Target target) noexcept
+        : verbose(target, Level::verbose),
+          debug(target, Level::debug),
+          info(target, Level::info),
+          notice(target, Level::notice),
+          warning(target, Level::warning),
+          error(target, Level::error),
+          severe(target, Level::severe),
+          alert(target, Level::alert),
+          emergency(target, Level::emergency),
+          verboseExec(target, Level::verbose),
+          debugExec(target, Level::debug),
+          infoExec(target, Level::info),
+          noticeExec(target, Level::notice),
+          warningExec(target, Level::warning),
+          errorExec(target, Level::error),
+          severeExec(target, Level::severe),
+          alertExec(target, Level::alert),
+          emergencyExec(target, Level::emergency) {}
+
+    LogCalls<Target> verbose, debug, info, notice, warning, error, severe, alert, emergency;
+    ExecCalls<Target> verboseExec, debugExec, infoExec, noticeExec, warningExec, errorExec, severeExec, alertExec,
+        emergencyExec;
+};
+
+}  // namespace velora

@@ -1,0 +1,7 @@
+#include <Velora_UserDefaults/XCGLogger/LogFormatters/LogFormatterProtocol.h>
+
+namespace velora {
+
+LogFormatterProtocol::~LogFormatterProtocol() = default;
+
+}  // namespace velora

@@ -1,0 +1,165 @@
+#pragma once
+
+#include <concepts>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <functional>
+#include <iosfwd>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+#include <Velora_UserDefaults/Platform/Export.h>
+#include <Velora_UserDefaults/XCGLogger/SourceLocation.h>
+
+namespace velora {
+
+template <typename Type>
+inline constexpr bool isOptional = false;
+template <typename Value>
+inline constexpr bool isOptional<std::optional<Value>> = true;
+
+template <typename Value>
+concept TextLike =
+    std::convertible_to<const Value&, std::string_view> || std::convertible_to<const Value&, std::string>;
+
+template <typename Value>
+concept Streamable = requires(std::ostream& stream, const Value& value) {
+    stream << value;
+};
+
+/// A value whose text a log line can show: text, anything that {fmt} formats (numbers, collections,
+/// types with a formatter) and anything with an `operator<<`.
+template <typename Value>
+concept Renderable = TextLike<Value> || fmt::is_formattable<Value>::value || Streamable<Value>;
+
+/// As `Renderable`, or an optional of one: an empty optional logs nothing.
+template <typename Value>
+concept Loggable = Renderable<Value> || std::same_as<Value, std::nullopt_t> || isOptional<Value>;
+
+/// A closure that takes nothing and returns a message.
+template <typename Closure>
+concept MessageMaker = std::invocable<Closure&> && Loggable<std::remove_cvref_t<std::invoke_result_t<Closure&>>>;
+
+/// Appends what `write` writes to a stream over `out`.
+VELORA_EXPORT void appendStreamed(std::string& out, void (*write)(std::ostream& stream, const void* value),
+                                  const void* value);
+
+/// Appends the text of `format` with its arguments filled in.
+VELORA_EXPORT void appendFormatted(std::string& out, fmt::string_view format, fmt::format_args arguments);
+
+/// Appends the default text of `value` to `out`; returns false, appending nothing, if it is an empty
+/// optional. Text is taken as it is, booleans are "true" and "false", a null text is "(null)".
+template <Loggable Value>
+bool render(const Value& value, std::string& out) {
+    if constexpr (std::same_as<Value, std::nullopt_t>) {
+        return false;
+    } else if constexpr (isOptional<Value>) {
+        return value.has_value() && render(*value, out);
+    } else if constexpr (std::convertible_to<const Value&, const char*>) {
+        const char* const text = value;
+        out += text == nullptr ? "(null)" : text;
+        return true;
+    } else if constexpr (std::convertible_to<const Value&, std::string_view>) {
+        out += static_cast<std::string_view>(value);
+        return true;
+    } else if constexpr (std::convertible_to<const Value&, std::string>) {
+        out += static_cast<std::string>(value);
+        return true;
+    } else if constexpr (Streamable<Value> && !fmt::is_formattable<Value>::value) {
+        appendStreamed(
+            out, [](std::ostream& stream, const void* object) { stream << *static_cast<const Value*>(object); },
+            &value);
+        return true;
+    } else {
+        appendFormatted(out, "{}", fmt::make_format_args(value));
+        return true;
+    }
+}
+
+/// Refers to a log call's message without making its text: a value, or a closure that makes one.
+///
+/// Rendered at most once, and only if some destination accepts the call. Lives no longer than the
+/// call; whatever it refers to must outlive it.
+class MessageReference {
+public:
+    template <typename Message>
+    requires(!std::same_as<std::remove_cvref_t<Message>, MessageReference>) &&
+        (MessageMaker<std::remove_reference_t<Message>> || Loggable<std::remove_cvref_t<Message>>)MessageReference(
+            Message&& message)  // NOLINT(google-explicit-constructor, bugprone-forwarding-reference-overload)
+        : message_(const_cast<void*>(static_cast<const void*>(std::addressof(message)))),
+    render_([](void* object, std::string& out) {
+        auto& typed = *static_cast<std::remove_reference_t<Message>*>(object);
+        if constexpr (requires {
+                          { typed.render(out) } -> std::same_as<bool>;
+                      }) {
+            return typed.render(out);
+        } else if constexpr (MessageMaker<std::remove_reference_t<Message>>) {
+            return velora::render(std::invoke(typed), out);
+        } else {
+            return velora::render(typed, out);
+        }
+    }) {}
+
+    /// A message whose text `append` appends to the `std::string&` it is given.
+    template <typename Append>
+    static MessageReference appendedBy(Append& append) noexcept {
+        return {&append, [](void* object, std::string& out) {
+                    (*static_cast<Append*>(object))(out);
+                    return true;
+                }};
+    }
+
+    /// Appends the message's text to `out`; returns false, appending nothing, if there is no message.
+    bool render(std::string& out) const { return render_(message_, out); }
+
+private:
+    MessageReference(void* message, bool (*render)(void* message, std::string& out)) noexcept
+        : message_(message), render_(render) {}
+
+    void* message_;
+    bool (*render_)(void* message, std::string& out);
+};
+
+/// A closure that makes a message, kept: what a logger logs for a call without a message.
+class MessageClosure {
+public:
+    /// Keeps a copy of `closure`, which takes nothing and returns a message or an optional one.
+    template <typename Closure>
+    requires(!std::same_as<std::remove_cvref_t<Closure>, MessageClosure>) &&
+        MessageMaker<std::decay_t<Closure>> MessageClosure(Closure closure)  // NOLINT(google-explicit-constructor)
+        : render_([closure = std::move(closure)](std::string& out) mutable {
+              return MessageReference(closure).render(out);
+          }) {}
+
+    /// The message's text; nothing if the closure yields none.
+    std::optional<std::string> operator()() const {
+        std::string text;
+        return render(text) ? std::optional(std::move(text)) : std::nullopt;
+    }
+
+    /// Appends the message's text to `out`; returns false if the closure yields none.
+    bool render(std::string& out) const { return render_(out); }
+
+private:
+    std::function<bool(std::string& out)> render_;
+};
+
+/// A format text, checked against its arguments by the compiler, with the place of the call.
+template <typename... Arguments>
+struct LocatedFormat {
+    template <typename Text>
+    requires std::convertible_to<const Text&, std::string_view>
+    consteval LocatedFormat(const Text& text,  // NOLINT(google-explicit-constructor): written as a plain text
+                            SourceLocation place = SourceLocation::current())
+        : format(text), location(place) {}
+
+    fmt::format_string<Arguments...> format;
+    SourceLocation location;
+};
+
+}  // namespace velora

@@ -1,0 +1,275 @@
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <utility>
+
+#include <Velora_UserDefaults/Platform/Bundle.h>
+#include <Velora_UserDefaults/Platform/Date.h>
+#include <Velora_UserDefaults/Platform/DateFormatter.h>
+#include <Velora_UserDefaults/Platform/DispatchQueue.h>
+#include <Velora_UserDefaults/Platform/ProcessInfo.h>
+#include <Velora_UserDefaults/Platform/Reused.h>
+#include <Velora_UserDefaults/Platform/TypeName.h>
+#include <Velora_UserDefaults/XCGLogger/EngineGuard.h>
+#include <Velora_UserDefaults/XCGLogger/InternalUserInfo.h>
+#include <Velora_UserDefaults/XCGLogger/LogCallScope.h>
+#include <Velora_UserDefaults/XCGLogger/XCGLogger.h>
+
+namespace velora {
+
+namespace {
+
+/// The record of the running log call, kept for the thread's next one so that its text need not be
+/// allocated anew each time.
+class CallRecord {
+public:
+    CallRecord() = default;
+    CallRecord(const CallRecord&) = delete;
+    CallRecord& operator=(const CallRecord&) = delete;
+    ~CallRecord() {
+        // What the host put in must not outlive the call, nor must the memory of an unusually long text.
+        constexpr std::size_t keptCapacity = 16'384;
+        record_->userInfo.clear();
+        if (record_->message.capacity() > keptCapacity) {
+            record_->message = std::string();
+        }
+    }
+
+    LogDetails& operator*() const noexcept { return *record_; }
+    LogDetails* operator->() const noexcept { return &*record_; }
+
+private:
+    Reused<LogDetails> record_;
+};
+
+/// The copy that all accepting destinations but the last one get, one after the other.
+struct RecordCopy {
+    LogDetails record;
+};
+
+struct AcceptingDestinations {
+    std::vector<DestinationProtocol*> list;
+};
+
+LogDetails internalRecord(std::string_view message, Level level, Date date) {
+    return {.level = level,
+            .date = date,
+            .message = std::string(message),
+            .functionName = {},
+            .fileName = {},
+            .lineNumber = 0,
+            .userInfo = internalUserInfo()};
+}
+
+std::string appDetailsText() {
+    std::string text = processName() + " ";
+    static constexpr std::array<std::pair<std::string_view, std::string_view>, 2> facts = {
+        {{"Version: ", "CFBundleShortVersionString"}, {"Build: ", "CFBundleVersion"}}};
+    for (const auto& [label, key] : facts) {
+        if (const std::optional<std::string> value = Bundle::main().infoText(key)) {
+            text.append(label).append(*value).append(" ");
+        }
+    }
+    return text + "PID: " + std::to_string(processIdentifier());
+}
+
+}  // namespace
+
+XCGLogger& DefaultLogger::logger() {
+    return *XCGLogger::defaultInstance();
+}
+
+XCGLogger::XCGLogger(Making key, std::string identifier, bool includeDefaultDestinations)
+    : MadeInTwoSteps(key),
+      AllLogCalls<OwnLogger>(OwnLogger(*this)),
+      identifier_(std::move(identifier)),
+      includeDefaultDestinations_(includeDefaultDestinations),
+      noMessageClosure_([] { return ""; }) {}
+
+XCGLogger::~XCGLogger() = default;
+
+void XCGLogger::finishMaking() {
+    MadeInTwoSteps::finishMaking();
+    if (includeDefaultDestinations_) {
+        addDefaultDestinations();
+    }
+}
+
+const std::shared_ptr<XCGLogger>& XCGLogger::defaultInstance() {
+    // Never destroyed: a static destructor may still log.
+    static const auto& shared =
+        *new const std::shared_ptr<XCGLogger>(make<XCGLogger>(std::string(Constants::defaultInstanceIdentifier), true));
+    return shared;
+}
+
+const std::shared_ptr<DispatchQueue>& XCGLogger::logQueue() {
+    static const auto& shared =
+        *new const std::shared_ptr<DispatchQueue>(DispatchQueue::make(std::string(Constants::logQueueIdentifier)));
+    return shared;
+}
+
+void XCGLogger::setOutputLevel(Level level) {
+    outputLevel_ = level;
+    for (const auto& destination : destinations_) {
+        destination->setOutputLevel(level);
+    }
+}
+
+const std::shared_ptr<const DateFormatter>& XCGLogger::dateFormatter() const {
+    if (customDateFormatter_) {
+        return customDateFormatter_;
+    }
+    static const auto& standard = *new const std::shared_ptr<const DateFormatter>(
+        std::make_shared<const DateFormatter>("yyyy-MM-dd HH:mm:ss.SSS"));
+    return standard;
+}
+
+void XCGLogger::setDateFormatter(std::shared_ptr<const DateFormatter> formatter) {
+    customDateFormatter_ = std::move(formatter);
+}
+
+std::shared_ptr<DestinationProtocol> XCGLogger::destination(std::string_view identifier) const {
+    const auto found = std::ranges::find_if(
+        destinations_, [&](const auto& destination) { return destination->identifier() == identifier; });
+    return found == destinations_.end() ? nullptr : *found;
+}
+
+bool XCGLogger::add(const std::shared_ptr<DestinationProtocol>& destination) {
+    if (!destination || this->destination(destination->identifier())) {
+        return false;
+    }
+    if (const std::shared_ptr<XCGLogger> previousOwner = destination->owner()) {
+        previousOwner->remove(destination);
+    }
+    destination->setOwner(shared_from_this());
+    destinations_.push_back(destination);
+    return true;
+}
+
+bool XCGLogger::remove(const std::shared_ptr<DestinationProtocol>& destination) {
+    if (!destination) {
+        return false;
+    }
+    const std::shared_ptr<DestinationProtocol> registered = this->destination(destination->identifier());
+    if (!registered) {
+        return false;
+    }
+    // The destination may hold the last reference to this logger.
+    const std::shared_ptr<XCGLogger> self = shared_from_this();
+    registered->setOwner(nullptr);
+    std::erase(destinations_, registered);
+    LogCallScope::keepUntilCallEnds(registered);
+    return true;
+}
+
+bool XCGLogger::remove(std::string_view identifier) {
+    const std::shared_ptr<DestinationProtocol> registered = destination(identifier);
+    return registered && remove(registered);
+}
+
+bool XCGLogger::isEnabledFor(Level level) const {
+    return outputLevel() <= level;
+}
+
+void XCGLogger::logln(Level level, const SourceLocation& place, UserInfoReference userInfo, MessageReference message) {
+    for (std::size_t index = 0; index < destinations_.size(); ++index) {
+        if (destinations_[index]->isEnabledFor(level)) {
+            reportingExceptions([&] { logAccepted(index, level, place, userInfo, message); });
+            return;
+        }
+    }
+}
+
+void XCGLogger::logAccepted(std::size_t firstAccepting, Level level, const SourceLocation& place,
+                            UserInfoReference userInfo, MessageReference message) {
+    const LogCallScope scope;
+    const Reused<AcceptingDestinations> accepting;
+    accepting->list.assign(1, destinations_[firstAccepting].get());
+    for (std::size_t index = firstAccepting + 1; index < destinations_.size(); ++index) {
+        if (destinations_[index]->isEnabledFor(level)) {
+            accepting->list.push_back(destinations_[index].get());
+        }
+    }
+
+    const CallRecord record;
+    record->message.clear();
+    if (!message.render(record->message)) {
+        return;
+    }
+    record->level = level;
+    record->date = currentDate();
+    record->functionName.assign(place.functionName, place.isStatic);
+    record->fileName.assign(place.fileName, place.isStatic);
+    record->lineNumber = place.lineNumber;
+    if (!userInfo.isAbsent()) {
+        UserInfo storage;
+        record->userInfo = userInfo.resolve(storage);
+    }
+
+    DestinationProtocol* const last = accepting->list.back();
+    accepting->list.pop_back();
+    if (!accepting->list.empty()) {
+        const Reused<RecordCopy> copy;
+        for (DestinationProtocol* const destination : accepting->list) {
+            copy->record = *record;
+            reportingExceptions([&] { destination->process(copy->record); });
+        }
+        copy->record.userInfo.clear();
+    }
+    last->process(*record);
+}
+
+void XCGLogger::logAppDetails(DestinationProtocol* selectedDestination) {
+    const LogCallScope scope;
+    const Date date = currentDate();
+    const std::array<LogDetails, 2> records = {
+        internalRecord(appDetailsText(), Level::info, date),
+        internalRecord("XCGLogger Version: " + std::string(Constants::versionString) +
+                           " - Level: " + std::string(description(outputLevel())),
+                       Level::info, date)};
+
+    std::vector<DestinationProtocol*> considered;
+    if (selectedDestination != nullptr) {
+        considered.push_back(selectedDestination);
+    } else {
+        for (const auto& destination : destinations_) {
+            considered.push_back(destination.get());
+        }
+    }
+    for (DestinationProtocol* const destination : considered) {
+        if (destination->haveLoggedAppDetails()) {
+            continue;
+        }
+        for (LogDetails record : records) {
+            if (destination->isEnabledFor(Level::info)) {
+                destination->setHaveLoggedAppDetails(true);
+                reportingExceptions([&] { destination->processInternal(record); });
+            }
+        }
+    }
+}
+
+void XCGLogger::_logln(std::string_view message, Level level, const DestinationProtocol* source) {
+    const LogCallScope scope;
+    const LogDetails record = internalRecord(message, level, currentDate());
+    const std::vector<std::shared_ptr<DestinationProtocol>> present = destinations_;
+    for (const auto& destination : present) {
+        if (level >= Level::error && source != nullptr && destination->identifier() == source->identifier()) {
+            continue;
+        }
+        if (destination->isEnabledFor(level)) {
+            LogDetails copy = record;
+            reportingExceptions([&] { destination->processInternal(copy); });
+        }
+    }
+}
+
+std::string XCGLogger::debugDescription() const {
+    std::string text = dynamicTypeName(*this) + ": " + identifier() + " - destinations: \r";
+    for (const auto& destination : destinations_) {
+        text += "\t " + destination->debugDescription() + "\r";
+    }
+    return text;
+}
+
+}  // namespace velora
