@@ -1,0 +1,242 @@
+#include <any>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <Velora_UserDefaults/XCGLogger/Constants.h>
+#include <Velora_UserDefaults/XCGLogger/Filters/UserInfoFilter.h>
+#include <Velora_UserDefaults/XCGLogger/InternalUserInfo.h>
+
+namespace velora::test {
+namespace {
+
+using ::testing::ElementsAre;
+
+static_assert(!std::is_constructible_v<UserInfoFilter, IncludeFrom>);
+static_assert(!std::is_constructible_v<UserInfoFilter, ExcludeFrom>);
+static_assert(!std::is_constructible_v<UserInfoFilter, Making, std::vector<std::string>>);
+
+bool excludes(FilterProtocol& filter, UserInfo userInfo) {
+    LogDetails details;
+    details.message = "the message";
+    details.userInfo = std::move(userInfo);
+    const std::size_t entries = details.userInfo.size();
+    std::string line = "the line";
+    const bool answer = filter.shouldExclude(details, line);
+    EXPECT_EQ(line, "the line");
+    EXPECT_EQ(details.message, "the message");
+    EXPECT_EQ(details.userInfo.size(), entries);
+    return answer;
+}
+
+bool excludesStep(FilterProtocol& filter, std::any value) {
+    return excludes(filter, {{"step", std::move(value)}});
+}
+
+template <typename List>
+std::shared_ptr<UserInfoFilter> stepFilter(List items) {
+    auto filter = make<UserInfoFilter>(std::move(items));
+    filter->setUserInfoKey("step");
+    return filter;
+}
+
+TEST(UserInfoFilter, StartsWithAnEmptyKeyAndWithoutInternalLines) {
+    const auto included = make<UserInfoFilter>(IncludeFrom{"a"});
+    const auto excluded = make<UserInfoFilter>(ExcludeFrom{"a"});
+    EXPECT_TRUE(included->inverse());
+    EXPECT_FALSE(excluded->inverse());
+    EXPECT_EQ(included->userInfoKey(), "");
+    EXPECT_FALSE(included->applyFilterToInternalMessages());
+    EXPECT_TRUE(excludes(*excluded, {{"", std::string("a")}}));
+}
+
+TEST(UserInfoFilter, DropsTheItemsOfABlockList) {
+    const auto filter = stepFilter(ExcludeFrom{"pay", "ship"});
+    EXPECT_TRUE(excludesStep(*filter, std::string("pay")));
+    EXPECT_FALSE(excludesStep(*filter, std::string("browse")));
+}
+
+TEST(UserInfoFilter, KeepsOnlyTheItemsOfAnAllowList) {
+    const auto filter = stepFilter(IncludeFrom{"pay", "ship"});
+    EXPECT_FALSE(excludesStep(*filter, std::string("ship")));
+    EXPECT_TRUE(excludesStep(*filter, std::string("browse")));
+}
+
+TEST(UserInfoFilter, KeepsOrDropsALineWithoutAValueUnderTheKey) {
+    const UserInfo other{{"other", std::string("pay")}};
+    EXPECT_FALSE(excludes(*stepFilter(ExcludeFrom{"pay"}), {}));
+    EXPECT_FALSE(excludes(*stepFilter(ExcludeFrom{"pay"}), other));
+    EXPECT_TRUE(excludes(*stepFilter(IncludeFrom{"pay"}), {}));
+    EXPECT_TRUE(excludes(*stepFilter(IncludeFrom{"pay"}), other));
+}
+
+TEST(UserInfoFilter, FindsAnItemInAListInASetAndAlone) {
+    const auto filter = stepFilter(IncludeFrom{"b"});
+    EXPECT_FALSE(excludesStep(*filter, std::vector<std::string>{"a", "b"}));
+    EXPECT_FALSE(excludesStep(*filter, std::set<std::string>{"a", "b"}));
+    EXPECT_FALSE(excludesStep(*filter, std::string("b")));
+    EXPECT_TRUE(excludesStep(*filter, std::vector<std::string>{"a", "c"}));
+    EXPECT_TRUE(excludesStep(*filter, std::set<std::string>{"a", "c"}));
+    EXPECT_TRUE(excludesStep(*filter, std::string("a")));
+}
+
+TEST(UserInfoFilter, FindsNothingInAnEmptyListOrSet) {
+    const auto filter = stepFilter(ExcludeFrom{"", "a"});
+    EXPECT_FALSE(excludesStep(*filter, std::vector<std::string>{}));
+    EXPECT_FALSE(excludesStep(*filter, std::set<std::string>{}));
+    EXPECT_TRUE(excludesStep(*filter, std::string()));
+}
+
+TEST(UserInfoFilter, FindsNothingInAValueOfAnotherType) {
+    const std::vector<std::any> values{7,
+                                       true,
+                                       2.5,
+                                       std::map<std::string, std::string>{{"a", "a"}},
+                                       UserInfo{{"a", "a"}},
+                                       std::any(),
+                                       std::vector<int>{7},
+                                       std::vector<std::any>{std::string("a"), 7}};
+    for (const std::any& value : values) {
+        EXPECT_FALSE(excludesStep(*stepFilter(ExcludeFrom{"a", "7", "true", "2.5"}), value));
+        EXPECT_TRUE(excludesStep(*stepFilter(IncludeFrom{"a", "7", "true", "2.5"}), value));
+    }
+}
+
+TEST(UserInfoFilter, ComparesByteByByte) {
+    const auto filter = stepFilter(ExcludeFrom{"Pay"});
+    EXPECT_FALSE(excludesStep(*filter, std::string("pay")));
+    EXPECT_FALSE(excludesStep(*filter, std::string(" Pay")));
+    EXPECT_FALSE(excludesStep(*filter, std::string("Pa")));
+    EXPECT_TRUE(excludesStep(*filter, std::string("Pay")));
+}
+
+TEST(UserInfoFilter, TakesAnItemAsItIs) {
+    const auto filter = stepFilter(ExcludeFrom{"/x/y"});
+    EXPECT_TRUE(excludesStep(*filter, std::string("/x/y")));
+    EXPECT_FALSE(excludesStep(*filter, std::string("y")));
+}
+
+TEST(UserInfoFilter, LetsInternalLinesThroughABlockListWhateverTheyCarry) {
+    UserInfo userInfo = internalUserInfo();
+    const auto filter = stepFilter(ExcludeFrom{"pay"});
+    EXPECT_FALSE(excludes(*filter, userInfo));
+    userInfo["step"] = std::string("pay");
+    EXPECT_FALSE(excludes(*filter, userInfo));
+}
+
+TEST(UserInfoFilter, DropsInternalLinesByAnAllowListWhateverTheyCarry) {
+    UserInfo userInfo = internalUserInfo();
+    const auto filter = stepFilter(IncludeFrom{"pay"});
+    EXPECT_TRUE(excludes(*filter, userInfo));
+    userInfo["step"] = std::string("pay");
+    EXPECT_TRUE(excludes(*filter, userInfo));
+}
+
+TEST(UserInfoFilter, JudgesInternalLinesLikeAnyOtherIfTold) {
+    UserInfo userInfo = internalUserInfo();
+    const auto excluding = stepFilter(ExcludeFrom{"pay"});
+    const auto including = stepFilter(IncludeFrom{"pay"});
+    excluding->setApplyFilterToInternalMessages(true);
+    including->setApplyFilterToInternalMessages(true);
+    EXPECT_FALSE(excludes(*excluding, userInfo));
+    EXPECT_TRUE(excludes(*including, userInfo));
+    userInfo["step"] = std::string("pay");
+    EXPECT_TRUE(excludes(*excluding, userInfo));
+    EXPECT_FALSE(excludes(*including, userInfo));
+}
+
+TEST(UserInfoFilter, TakesAMarkThatIsNotTrueForNone) {
+    const std::string key(Constants::userInfoKeyInternal);
+    for (const std::any& mark : {std::any(false), std::any(1), std::any(std::string("true")), std::any()}) {
+        EXPECT_TRUE(excludes(*stepFilter(ExcludeFrom{"pay"}), {{key, mark}, {"step", std::string("pay")}}));
+        EXPECT_FALSE(excludes(*stepFilter(IncludeFrom{"pay"}), {{key, mark}, {"step", std::string("pay")}}));
+    }
+}
+
+TEST(UserInfoFilter, TellsWhetherAnAddedItemIsNew) {
+    const auto filter = make<UserInfoFilter>(ExcludeFrom{"a"});
+    EXPECT_TRUE(filter->addItem("b"));
+    EXPECT_FALSE(filter->addItem("b"));
+    EXPECT_FALSE(filter->addItem("a"));
+    filter->addItems({"c", "a"});
+    filter->addItems(std::vector<std::string>{"d"});
+    EXPECT_EQ(filter->debugDescription(), "UserInfoFilter: Excluding matches for: a, b, c, d");
+}
+
+TEST(UserInfoFilter, KeepsItsPropertiesWhenCleared) {
+    const auto filter = stepFilter(IncludeFrom{"pay"});
+    filter->setApplyFilterToInternalMessages(true);
+    filter->clear();
+    EXPECT_TRUE(excludesStep(*filter, std::string("pay")));
+    EXPECT_EQ(filter->userInfoKey(), "step");
+    EXPECT_EQ(filter->debugDescription(), "UserInfoFilter: (Filtering Internal) Including only matches for: ");
+    filter->addItem("pay");
+    EXPECT_FALSE(excludesStep(*filter, std::string("pay")));
+}
+
+TEST(UserInfoFilter, TurnsFromBlockToAllowListAndBack) {
+    const auto filter = stepFilter(ExcludeFrom{"pay"});
+    filter->setInverse(true);
+    EXPECT_FALSE(excludesStep(*filter, std::string("pay")));
+    EXPECT_TRUE(excludesStep(*filter, std::string("ship")));
+    filter->setInverse(false);
+    EXPECT_TRUE(excludesStep(*filter, std::string("pay")));
+}
+
+TEST(UserInfoFilter, DescribesUpToFiveItemsOnOneLine) {
+    EXPECT_EQ(make<UserInfoFilter>(ExcludeFrom{})->debugDescription(), "UserInfoFilter: Excluding matches for: ");
+    EXPECT_EQ(make<UserInfoFilter>(IncludeFrom{"e", "d", "c", "b", "a"})->debugDescription(),
+              "UserInfoFilter: Including only matches for: a, b, c, d, e");
+}
+
+TEST(UserInfoFilter, DescribesSixItemsOnALineEach) {
+    const auto filter = make<UserInfoFilter>(ExcludeFrom{"f", "e", "d", "c", "b", "a"});
+    filter->setApplyFilterToInternalMessages(true);
+    EXPECT_EQ(filter->debugDescription(),
+              "UserInfoFilter: (Filtering Internal) Excluding matches for: "
+              "\n\t- a\n\t- b\n\t- c\n\t- d\n\t- e\n\t- f");
+}
+
+class RecordingFilter : public UserInfoFilter {
+public:
+    using UserInfoFilter::UserInfoFilter;
+    bool addItem(std::string item) override {
+        added.push_back(item);
+        return UserInfoFilter::addItem(item + "!");
+    }
+
+    std::vector<std::string> added;
+};
+
+TEST(UserInfoFilter, AddsItemsByAnOverride) {
+    const auto filter = make<RecordingFilter>(IncludeFrom{"b", "a"});
+    filter->addItems({"d", "c"});
+    EXPECT_THAT(filter->added, ElementsAre("b", "a", "d", "c"));
+    EXPECT_EQ(filter->debugDescription(), "RecordingFilter: Including only matches for: a!, b!, c!, d!");
+}
+
+class OverridingFilter : public UserInfoFilter {
+public:
+    using UserInfoFilter::UserInfoFilter;
+    const std::string& userInfoKey() const override { return key; }
+    bool applyFilterToInternalMessages() const override { return true; }
+    bool inverse() const override { return true; }
+
+    std::string key = "overridden";
+};
+
+TEST(UserInfoFilter, ReadsItsPropertiesThroughOverrides) {
+    const auto filter = make<OverridingFilter>(ExcludeFrom{"a"});
+    EXPECT_FALSE(excludes(*filter, {{"overridden", std::string("a")}}));
+    EXPECT_TRUE(excludes(*filter, {{"overridden", std::string("b")}}));
+    UserInfo internal = internalUserInfo();
+    internal["overridden"] = std::string("a");
+    EXPECT_FALSE(excludes(*filter, internal));
+    EXPECT_EQ(filter->debugDescription(), "OverridingFilter: (Filtering Internal) Including only matches for: a");
+}
+
+}  // namespace
+}  // namespace velora::test
