@@ -27,7 +27,8 @@ inline Date currentDate() {
 inline double secondsSince1970(Date date) {
     constexpr std::int64_t second = 1'000'000'000;
     const std::int64_t nanoseconds = date.time_since_epoch().count();
-    return static_cast<double>(nanoseconds / second) + static_cast<double>(nanoseconds % second) / 1e9;
+    const std::int64_t whole = nanoseconds / second;
+    return static_cast<double>(whole) + static_cast<double>(nanoseconds % second) / 1e9;
 }
 
 /// The date `seconds` after 1970, to the nearest nanosecond. A number beyond the reach of `Date`

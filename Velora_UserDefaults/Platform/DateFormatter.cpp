@@ -61,10 +61,10 @@ struct CachedSecond {
 
     /// Modulo 2^64, so above any second's length if `date` is earlier. Holds for whole seconds
     /// only: from the end of a cut off one, the count goes on at the other end of time.
-    std::uint64_t nanosecondsInto(Date date) const {
+    [[nodiscard]] std::uint64_t nanosecondsInto(Date date) const {
         return static_cast<std::uint64_t>(date.time_since_epoch().count()) - static_cast<std::uint64_t>(start);
     }
-    bool holds(std::uint64_t number, Date date) const {
+    [[nodiscard]] bool holds(std::uint64_t number, Date date) const {
         return formatter == number && nanosecondsInto(date) < static_cast<std::uint64_t>(nanosecondsInSecond);
     }
 };
@@ -75,7 +75,7 @@ struct Cache {
     std::array<CachedSecond, 4> seconds;
     std::size_t nextVictim;
 
-    const CachedSecond* find(std::uint64_t formatter, Date date) const {
+    [[nodiscard]] const CachedSecond* find(std::uint64_t formatter, Date date) const {
         for (const CachedSecond& entry : seconds) {
             if (entry.holds(formatter, date)) {
                 return &entry;
@@ -221,14 +221,14 @@ public:
 
     void append(Date date, std::string& out) const;
 
-    const std::string& pattern() const { return pattern_; }
-    const std::string& locale() const { return locale_; }
-    const std::string& timeZone() const { return timeZone_; }
-    bool isValid() const { return understood_ && timeZone_ != "Etc/Unknown"; }
+    [[nodiscard]] const std::string& pattern() const { return pattern_; }
+    [[nodiscard]] const std::string& locale() const { return locale_; }
+    [[nodiscard]] const std::string& timeZone() const { return timeZone_; }
+    [[nodiscard]] bool isValid() const { return understood_ && timeZone_ != "Etc/Unknown"; }
 
 private:
     void learnDigits(const icu::Locale& locale, const icu::TimeZone& zone);
-    Rendering render(double milliseconds) const;
+    [[nodiscard]] Rendering render(double milliseconds) const;
     void appendCached(const CachedSecond& entry, std::uint32_t nanoseconds, std::string& out) const;
     bool appendAndCache(SplitDate date, std::string& out) const;
     void appendRendered(SplitDate date, std::string& out) const;

@@ -43,23 +43,23 @@ public:
     virtual ~DateFormatter();
 
     /// The text of `date`, in UTF-8: what `append` appends.
-    std::string string(Date date) const;
+    [[nodiscard]] std::string string(Date date) const;
 
     /// Appends the text of `date` to `out`, in UTF-8. A run of "S" gives as many digits of the
     /// second's fraction, cut off and not rounded; from the tenth on they are zeros.
     virtual void append(Date date, std::string& out) const;
 
     /// The pattern as given.
-    const std::string& pattern() const;
+    [[nodiscard]] const std::string& pattern() const;
 
     /// The identifier of the locale in use, as ICU writes it: "de_DE".
-    const std::string& locale() const;
+    [[nodiscard]] const std::string& locale() const;
 
     /// The identifier of the time zone in use: "Europe/Berlin".
-    const std::string& timeZone() const;
+    [[nodiscard]] const std::string& timeZone() const;
 
     /// Whether every letter of the pattern was understood and the time zone is known.
-    bool isValid() const;
+    [[nodiscard]] bool isValid() const;
 
 private:
     class Engine;

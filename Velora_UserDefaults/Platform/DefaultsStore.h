@@ -51,10 +51,10 @@ class DefaultsStoreEngine;
 /// counts; a write to that key leaves one. Text that is not UTF-8 is stored with U+FFFD in place of each bad byte
 /// sequence; a key that is not UTF-8 is refused.
 ///
-/// A file that cannot be parsed (or is above 16 MiB, or nested more than 512 deep) is never overwritten: it is renamed
-/// to `<name>.damaged-<UTC time>` and reported, and the store starts empty. As long as such a file is younger than
-/// 200 ms, somebody may still be writing it: until then reads return the last good values and writes wait. What is not
-/// a readable regular file is left where it is; reads then see no stored value and writes fail.
+/// A file that cannot be parsed (or is above 16 MiB, or a value nested more than 512 deep) is never overwritten: it is
+/// renamed to `<name>.damaged-<UTC time>` and reported, and the store starts empty. As long as such a file is younger
+/// than 200 ms, somebody may still be writing it: until then reads return the last good values and writes wait. What is
+/// not a readable regular file is left where it is; reads then see no stored value and writes fail.
 ///
 /// No operation throws for a fault of the file system. A write that fails changes nothing, returns false and is
 /// reported.

@@ -282,9 +282,10 @@ void DefaultsStoreEngine::handleDamage(DefaultsStoreContents& contents, const st
 }
 
 void DefaultsStoreEngine::reportOnce(const DefaultsStoreContents& contents, const std::string& line, Reports& reports) {
-    if (!contents.identity || contents.identity != reportedDamage_) {
+    if (contents.identity != reportedFile_ || line != reportedLine_) {
         reports.push_back(line);
-        reportedDamage_ = contents.identity;
+        reportedFile_ = contents.identity;
+        reportedLine_ = line;
     }
 }
 

@@ -98,9 +98,10 @@ private:
     std::atomic<std::int64_t> nextLook_{0};  // when the file itself is to be looked at again; coarse clock
 
     std::mutex mutex_;
-    std::shared_ptr<const Snapshot> snapshot_;             // guarded by mutex_
-    std::optional<DefaultsStoreIdentity> reportedDamage_;  // guarded by mutex_
-    int heldLock_ = -1;                                    // guarded by mutex_: what a forked child must close
+    std::shared_ptr<const Snapshot> snapshot_;           // guarded by mutex_
+    std::optional<DefaultsStoreIdentity> reportedFile_;  // guarded by mutex_
+    std::string reportedLine_;                           // guarded by mutex_
+    int heldLock_ = -1;                                  // guarded by mutex_: what a forked child must close
 
     RecursiveLock writeLock_;  // makes writers of this process wait here, where they wait fairly and cheaply
 

@@ -149,7 +149,7 @@ DefaultsStoreContents DefaultsStoreContents::read(const std::string& path) {
     // O_NONBLOCK: a named pipe at this path must not hold anybody up.
     const DefaultsStoreDescriptor file(
         retrying([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK); }));
-    if (!file && errno == ENOENT) {
+    if (!file && (errno == ENOENT || errno == ENOTDIR)) {
         return contents;
     }
     contents.state = State::unreadable;

@@ -144,6 +144,9 @@ bool DefaultsStoreScanner::skipValue() {
         skipBlanks();
         bool complete = true;
         if (next() == '{' || next() == '[') {
+            if (open.size() == maximumDepth) {
+                return false;
+            }
             open.push_back(next());
             ++position_;
             skipBlanks();
@@ -162,7 +165,7 @@ bool DefaultsStoreScanner::skipValue() {
                 return false;
             }
         }
-        if (open.size() >= maximumDepth || (!open.empty() && open.back() == '{' && !skipMemberName())) {
+        if (!open.empty() && open.back() == '{' && !skipMemberName()) {
             return false;
         }
     } while (!open.empty());

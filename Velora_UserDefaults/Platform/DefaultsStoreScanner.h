@@ -10,7 +10,7 @@ namespace velora {
 ///
 /// A store that rewrites its file for one key has to keep all other values digit for digit, which a parser that
 /// turns numbers into machine numbers does not. Nothing here recurses or allocates for the length of the text;
-/// nesting is limited to `maximumDepth`. A step that returns false or nothing leaves the position anywhere.
+/// a value may be nested `maximumDepth` deep. A step that returns false or nothing leaves the position anywhere.
 class DefaultsStoreScanner {
 public:
     static constexpr std::size_t maximumDepth = 512;

@@ -183,6 +183,7 @@ void DispatchQueueCore::runChain() noexcept {
     while (cursor_ != nullptr) {
         Task* const task = cursor_;
         cursor_ = task == last_ ? nullptr : waitForLink(task->next_);
+        running_ = task;
         task->run();
         ++completed_;
         if (++inBatch_ == DispatchQueue::maximumBatch) {
@@ -395,6 +396,7 @@ void DispatchQueueCore::resetInChild(void* context) {
 /// The list may be torn where another thread of the parent was just handing over a task; it is left as it is.
 void DispatchQueueCore::abandonWork() noexcept {
     auto& registry = DispatchQueueRegistry::instance();
+    registry.keep(running_);
     registry.keep(std::exchange(cursor_, nullptr));
     if (!isEmpty()) {
         registry.keep(front_.load()->next_.load());

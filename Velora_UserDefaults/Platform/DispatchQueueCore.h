@@ -120,6 +120,8 @@ private:
     // The rest belongs to the holder of runnerLock_.
     alignas(64) Placeholder placeholders_[2];
     std::atomic<Task*> front_;
+    // The task that was started last; it may be gone.
+    Task* running_ = nullptr;
     Task* cursor_ = nullptr;
     Task* last_ = nullptr;
     std::uint64_t completed_ = 0;

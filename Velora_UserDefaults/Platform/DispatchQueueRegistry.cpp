@@ -59,12 +59,23 @@ void DispatchQueueRegistry::finishAll() {
         const std::scoped_lock locked(registry.mutex_);
         registry.exiting_ = true;
     }
-    auto cores = registry.cores();
+    auto& cores = registry.finishing_;
+    cores = registry.cores();
     // Where work of a queue exits the process, that queue comes first: others may be waiting for it.
     std::ranges::stable_partition(cores, [](const auto& core) { return core->isCurrent(); });
     for (const auto& core : cores) {
         core->finish();
     }
+    cores.clear();
+}
+
+/// A child forked while the parent was exiting is not exiting itself, and has used up its exit handler.
+void DispatchQueueRegistry::resetInChild(void* context) {
+    auto& registry = *static_cast<DispatchQueueRegistry*>(context);
+    if (std::exchange(registry.exiting_, false)) {
+        registry.finishesAtExit_ = std::atexit(finishAll) == 0;
+    }
+    registry.mutex_.unlock();
 }
 
 void DispatchQueueRegistry::keep(const DispatchQueue::Task* task) noexcept {

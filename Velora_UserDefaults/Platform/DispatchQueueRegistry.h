@@ -22,25 +22,29 @@ public:
     std::vector<std::shared_ptr<DispatchQueueCore>> cores();
 
     /// In a forked child: holds on to what the parent's threads would have freed, so that it is not taken for a leak.
+    /// The task is not looked at.
     void keep(const DispatchQueue::Task* task) noexcept;
     void keep(std::shared_ptr<DispatchQueueCore> core) noexcept;
 
 private:
     DispatchQueueRegistry() = default;
     static void finishAll();
+    static void resetInChild(void* registry);
     void list(DispatchQueueCore& core);
 
     std::mutex mutex_;
     std::vector<std::weak_ptr<DispatchQueueCore>> cores_;
     bool finishesAtExit_ = false;
     bool exiting_ = false;
+    // Those that the exit of the process waits for.
+    std::vector<std::shared_ptr<DispatchQueueCore>> finishing_;
     std::vector<const DispatchQueue::Task*> abandonedTasks_;
     std::vector<std::shared_ptr<DispatchQueueCore>> abandonedCores_;
     // A fork never happens while the list is being changed.
     ForkHandler forkHandler_{
         {.beforeFork = [](void* self) { static_cast<DispatchQueueRegistry*>(self)->mutex_.lock(); },
          .inParent = [](void* self) { static_cast<DispatchQueueRegistry*>(self)->mutex_.unlock(); },
-         .inChild = [](void* self) { static_cast<DispatchQueueRegistry*>(self)->mutex_.unlock(); }},
+         .inChild = resetInChild},
         this};
 };
 

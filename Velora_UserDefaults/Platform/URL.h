@@ -41,38 +41,38 @@ public:
     static std::optional<URL> parse(std::string_view text);
 
     /// Whether the scheme is "file", in any case, on this machine: without a host or on "localhost".
-    bool isFileURL() const;
+    [[nodiscard]] bool isFileURL() const;
 
     /// The path with percent-encoding decoded, without "/" at the end unless it is the root's.
     /// Bytes are returned as they come out, valid UTF-8 or not, but for "%00", which stays encoded:
     /// a path never holds a NUL byte that would cut it short to the name of another file.
-    std::string path() const;
+    [[nodiscard]] std::string path() const;
 
     /// The whole URL, percent-encoded.
-    const std::string& absoluteString() const { return text_; }
+    [[nodiscard]] const std::string& absoluteString() const { return text_; }
 
     /// The scheme as written, without the colon.
-    std::string scheme() const;
+    [[nodiscard]] std::string scheme() const;
 
     /// The last component of the path, decoded; "/" for the root, empty for an empty path.
-    std::string lastPathComponent() const;
+    [[nodiscard]] std::string lastPathComponent() const;
 
     /// The last component's text after its last "."; empty if there is none, or if the "." leads or
     /// ends the name.
-    std::string pathExtension() const;
+    [[nodiscard]] std::string pathExtension() const;
 
     /// Whether the path ends in "/".
-    bool hasDirectoryPath() const;
+    [[nodiscard]] bool hasDirectoryPath() const;
 
     /// This URL with `name` added to its path, separated by one "/". `name` is plain text, encoded
     /// as by `fileURL`; it may hold several components. Slashes at its start are dropped; one at its
     /// end, or `isDirectory`, ends the path in "/". An empty name adds nothing else.
-    URL appendingPathComponent(std::string_view name, bool isDirectory = false) const;
+    [[nodiscard]] URL appendingPathComponent(std::string_view name, bool isDirectory = false) const;
 
     /// This URL with "." and `extension` added to the last component; a directory keeps its "/".
     /// Unchanged if `extension` is empty or holds a "/", or if there is no name to add it to (the
     /// root, an empty path).
-    URL appendingPathExtension(std::string_view extension) const;
+    [[nodiscard]] URL appendingPathExtension(std::string_view extension) const;
 
     /// Whether two URLs have the same text. "file:///a" and "file:///a/" differ, and so do
     /// "file:///a" and "FILE:///a".
@@ -80,7 +80,7 @@ public:
 
 private:
     explicit URL(std::string text) : text_(std::move(text)) {}
-    URL withEncodedPath(std::string_view path) const;
+    [[nodiscard]] URL withEncodedPath(std::string_view path) const;
 
     std::string text_;
 };

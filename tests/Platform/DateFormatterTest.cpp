@@ -403,7 +403,7 @@ TEST(DateFormatterDeathTest, FormatsWhileStaticObjectsAreDestroyed) {
         {
             static const DateFormatter formatter("HH:mm:ss.SSS", "en_US", "UTC");
             static const FormatsWhenDestroyed late(formatter);
-            formatter.string(dateAt(november));
+            static_cast<void>(formatter.string(dateAt(november)));
             std::exit(0);
         },
         testing::ExitedWithCode(0), "^22:13:20.001 22:13:21.002\n$");
@@ -415,7 +415,7 @@ TEST(DateFormatterDeathTest, FormatsWhileAThreadsOwnObjectsAreDestroyed) {
             const DateFormatter formatter("HH:mm:ss.SSS", "en_US", "UTC");
             std::thread([&formatter] {
                 static thread_local const FormatsWhenDestroyed late(formatter);
-                formatter.string(dateAt(november));
+                static_cast<void>(formatter.string(dateAt(november)));
             }).join();
             std::_Exit(0);
         },

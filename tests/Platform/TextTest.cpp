@@ -12,7 +12,7 @@
 namespace velora::test {
 namespace {
 
-using std::string_view_literals::operator""sv;
+using std::string_view_literals::operator""sv;  // NOLINT(misc-unused-using-decls): it is used
 
 TEST(LastPathComponent, IsTheTextAfterTheLastSlash) {
     EXPECT_EQ(lastPathComponent("/x/y"), "y");

@@ -12,7 +12,7 @@
 namespace velora::test {
 namespace {
 
-using std::string_view_literals::operator""sv;
+using std::string_view_literals::operator""sv;  // NOLINT(misc-unused-using-decls): it is used
 
 URL parsed(std::string_view text) {
     const std::optional<URL> url = URL::parse(text);
