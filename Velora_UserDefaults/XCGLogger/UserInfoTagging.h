@@ -45,6 +45,11 @@ template <typename Text>
 concept RuntimeText = std::convertible_to<Text, std::string_view> &&
     !(std::is_array_v<std::remove_reference_t<Text>> && std::is_const_v<std::remove_reference_t<Text>>);
 
+/// A range whose elements can be copied into a `std::string`, but for a text, which is one itself.
+template <typename Range>
+concept RangeOfTexts = !std::convertible_to<const Range&, std::string_view> && std::ranges::input_range<const Range> &&
+                       std::constructible_from<std::string, std::ranges::range_reference_t<const Range>>;
+
 /// A dictionary from text to values of one type, which a log call takes as user info.
 template <typename Value>
 struct UserInfoOf : std::map<std::string, Value, std::less<>> {
@@ -92,9 +97,8 @@ public:
         return listed({names.begin(), names.end()});
     }
     /// As above, for the texts of a range.
-    template <std::ranges::input_range Range>
-    requires(!std::convertible_to<const Range&, std::string_view>) static UserInfoOf<std::vector<std::string>> names(
-        const Range& names) {
+    template <RangeOfTexts Range>
+    static UserInfoOf<std::vector<std::string>> names(const Range& names) {
         std::vector<std::string> list;
         for (const auto& name : names) {
             list.emplace_back(name);
@@ -199,7 +203,7 @@ auto operator|(Left&& left, Right&& right) {
 
 /// Merges dictionaries, or a dictionary and a tag or the like, at once.
 template <UserInfoOperand Left, UserInfoOperand Right>
-requires(!TaggingOperand<Left> || !TaggingOperand<Right>) UserInfo operator|(const Left& left, const Right& right) {
+UserInfo operator|(Left&& left, Right&& right) {
     return mergedOperands(left, right);
 }
 

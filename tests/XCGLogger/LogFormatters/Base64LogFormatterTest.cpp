@@ -1,0 +1,75 @@
+#include <gtest/gtest.h>
+#include <string>
+
+#include <Velora_UserDefaults/XCGLogger/LogFormatters/Base64LogFormatter.h>
+
+namespace velora::test {
+namespace {
+
+static_assert(!std::is_default_constructible_v<Base64LogFormatter>);
+
+std::string formatted(std::string message) {
+    const auto formatter = make<Base64LogFormatter>();
+    LogDetails details;
+    details.message = "the record's";
+    const std::string& returned = formatter->format(details, message);
+    EXPECT_EQ(&returned, &message);
+    EXPECT_EQ(details.message, "the record's");
+    return message;
+}
+
+TEST(Base64LogFormatter, EncodesTheTestVectorsOfItsStandard) {
+    EXPECT_EQ(formatted(""), "");
+    EXPECT_EQ(formatted("f"), "Zg==");
+    EXPECT_EQ(formatted("fo"), "Zm8=");
+    EXPECT_EQ(formatted("foo"), "Zm9v");
+    EXPECT_EQ(formatted("foob"), "Zm9vYg==");
+    EXPECT_EQ(formatted("fooba"), "Zm9vYmE=");
+    EXPECT_EQ(formatted("foobar"), "Zm9vYmFy");
+    EXPECT_EQ(formatted("hi"), "aGk=");
+}
+
+TEST(Base64LogFormatter, UsesTheStandardAlphabetToItsEnd) {
+    EXPECT_EQ(formatted("~~~???"), "fn5+Pz8/");
+    EXPECT_EQ(formatted("\x01\x02\x7f"), "AQJ/");
+}
+
+TEST(Base64LogFormatter, EncodesTheBytesOfUTF8) {
+    EXPECT_EQ(formatted("\xc3\xa9"), "w6k=");
+    EXPECT_EQ(formatted("\xe2\x82\xac"), "4oKs");
+    EXPECT_EQ(formatted("\xf0\x9f\x98\x80"), "8J+YgA==");
+    EXPECT_EQ(formatted("\xf3\xbf\xbf\xbf"), "87+/vw==");
+}
+
+TEST(Base64LogFormatter, EncodesNulBytesAndLineEnds) {
+    EXPECT_EQ(formatted(std::string(4, '\0')), "AAAAAA==");
+    EXPECT_EQ(formatted("a\r\nb"), "YQ0KYg==");
+}
+
+TEST(Base64LogFormatter, BreaksNoLines) {
+    std::string expected;
+    for (int group = 0; group < 1000; ++group) {
+        expected += "YWFh";
+    }
+    EXPECT_EQ(formatted(std::string(3000, 'a')), expected);
+}
+
+TEST(Base64LogFormatter, LeavesAMessageThatIsNoUTF8AsItIs) {
+    EXPECT_EQ(formatted("caf\xe9"), "caf\xe9");
+    EXPECT_EQ(formatted("\xc3"), "\xc3");
+    EXPECT_EQ(formatted("\xed\xa0\x80"), "\xed\xa0\x80");
+    EXPECT_EQ(formatted("\xc0\x80"), "\xc0\x80");
+}
+
+class Subclass : public Base64LogFormatter {
+public:
+    using Base64LogFormatter::Base64LogFormatter;
+};
+
+TEST(Base64LogFormatter, DescribesItselfByTheNameOfItsClass) {
+    EXPECT_EQ(make<Base64LogFormatter>()->debugDescription(), "Base64LogFormatter");
+    EXPECT_EQ(make<Subclass>()->debugDescription(), "Subclass");
+}
+
+}  // namespace
+}  // namespace velora::test
