@@ -74,17 +74,19 @@ void appendThread(std::string& line) {
         appendBracketed("main", line);
         return;
     }
+    const auto label = DispatchQueue::currentLabel();
     line += '[';
-    if (appendCurrentThreadName(line)) {
-        line.append("] ", 2);
-        return;
+    const std::size_t nameStart = line.size();
+    // The name that a queue gives its thread is as much of its label as the kernel takes: no name of its own.
+    if (!appendCurrentThreadName(line) || (label && label->starts_with(std::string_view(line).substr(nameStart)))) {
+        line.resize(nameStart);
+        if (label && !label->empty() && isValidUTF8(*label)) {
+            line += *label;
+        } else {
+            line += currentThreadIdentifierText();
+        }
     }
-    line.pop_back();
-    if (const auto label = DispatchQueue::currentLabel(); label && !label->empty()) {
-        appendBracketed(*label, line);
-    } else {
-        appendBracketed(currentThreadIdentifierText(), line);
-    }
+    line.append("] ", 2);
 }
 
 void appendPlace(const BaseDestination& destination, const LogDetails& logDetails, std::string& line) {

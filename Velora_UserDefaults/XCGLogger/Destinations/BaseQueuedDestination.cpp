@@ -10,6 +10,19 @@ BaseQueuedDestination::BaseQueuedDestination(Making key, std::shared_ptr<XCGLogg
 
 BaseQueuedDestination::~BaseQueuedDestination() = default;
 
+void BaseQueuedDestination::setOwner(std::shared_ptr<XCGLogger> owner) {
+    if (this->owner()) {
+        waitForQueue();
+    }
+    BaseDestination::setOwner(std::move(owner));
+}
+
+void BaseQueuedDestination::waitForQueue() const {
+    if (const std::shared_ptr<DispatchQueue>& queue = logQueue()) {
+        queue->drain();
+    }
+}
+
 void BaseQueuedDestination::output(LogDetails& logDetails, std::string& message) {
     if (const std::shared_ptr<DispatchQueue>& queue = logQueue()) {
         QueuedLine::submit(*queue, shared_from_this(), logDetails, message);

@@ -35,6 +35,10 @@ public:
     virtual const std::shared_ptr<DispatchQueue>& logQueue() const { return logQueue_; }
     virtual void setLogQueue(std::shared_ptr<DispatchQueue> queue) { logQueue_ = std::move(queue); }
 
+    /// As the base's. A destination that leaves its owner first waits for the lines it has on its queue, so that
+    /// they are still filtered, formatted and written as the owner has it; work on that queue does not wait.
+    void setOwner(std::shared_ptr<XCGLogger> owner) override;
+
     /// Asks the filters, runs the formatters and writes the line: here and now, or on the queue, which keeps
     /// the destination alive until it has done so.
     void output(LogDetails& logDetails, std::string& message) override;
@@ -46,6 +50,10 @@ public:
 protected:
     /// Filters, formats and writes one line on the calling thread.
     void outputNow(LogDetails& logDetails, std::string& message);
+
+    /// Waits until the lines handed to the queue so far are written. Returns at once without a queue, and for
+    /// work that runs on it.
+    void waitForQueue() const;
 
 private:
     friend class QueuedLine;

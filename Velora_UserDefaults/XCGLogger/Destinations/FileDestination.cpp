@@ -44,34 +44,52 @@ public:
         writePending();
     }
 
+    /// Writes the lines that other threads left, unless one of them holds the file now and so will write them.
+    void writeLinesLeft() {
+        while (hasLeft() && lock.try_lock()) {
+            ++heldFiles;
+            for (const std::string& line : takeLeft()) {
+                destination_.write(line);
+            }
+            --heldFiles;
+            lock.unlock();
+        }
+    }
+
 private:
     FileDestination& destination_;
     std::shared_ptr<BaseDestination> keptAlive_;
 };
 
-FileDestination::HeldFile::HeldFile(FileDestination& destination) : destination_(destination), isHeld_(true) {
+FileDestination::HeldFile::HeldFile(const FileDestination& destination) : destination_(destination), isHeld_(true) {
+    const bool isNested = destination_.file_->lock.isHeldByThisThread();
     destination_.file_->lock.lock();
-    ++heldFiles;
+    begin(isNested);
 }
 
-FileDestination::HeldFile::HeldFile(FileDestination& destination, std::string_view line)
+FileDestination::HeldFile::HeldFile(const FileDestination& destination, std::string_view line)
     : destination_(destination), isHeld_(true) {
-    LogFile& file = *destination_.file_;
+    File& file = *destination_.file_;
+    const bool isNested = file.lock.isHeldByThisThread();
     if (heldFiles == 0) {
         file.lock.lock();
     } else if (!file.lock.try_lock()) {
-        file.leave(line);
-        // Whoever held the file may have looked for lines before this one was there: if it has
-        // let go since, this thread looks again when it lets go.
         isHeld_ = false;
-        if (!file.lock.try_lock()) {
-            return;
-        }
-        file.lock.unlock();
-        destination_.writeLinesLeft();
+        file.leave(line);
+        // Whoever held the file may have looked for lines before this one was there, and have let go since.
+        destination_.file_->writeLinesLeft();
         return;
     }
+    begin(isNested);
+}
+
+void FileDestination::HeldFile::begin(bool isNested) {
     ++heldFiles;
+    // Lines left here are older than what this thread is going to write. In the middle of a rotation,
+    // though, they would meet a closed file.
+    if (!isNested) {
+        destination_.file_->writeLinesLeft();
+    }
 }
 
 FileDestination::HeldFile::~HeldFile() {
@@ -79,10 +97,10 @@ FileDestination::HeldFile::~HeldFile() {
         return;
     }
     --heldFiles;
-    LogFile& file = *destination_.file_;
-    file.lock.unlock();
-    if (file.hasLeft() && !file.lock.isHeldByThisThread()) {
-        destination_.writeLinesLeft();
+    RecursiveLock& lock = destination_.file_->lock;
+    lock.unlock();
+    if (!lock.isHeldByThisThread()) {
+        destination_.file_->writeLinesLeft();
     }
 }
 
@@ -117,6 +135,7 @@ const std::optional<URL>& FileDestination::writeToFileURL() const {
 }
 
 void FileDestination::setWriteToFileURL(const std::optional<FileTarget>& target) {
+    finishQueue();
     const HeldFile held(*this);
     writeToFileURL_ = target ? target->url() : std::nullopt;
     openFile();
@@ -128,12 +147,24 @@ bool FileDestination::isOpen() const {
 }
 
 void FileDestination::setOwner(std::shared_ptr<XCGLogger> owner) {
+    if (this->owner()) {
+        finishQueue();
+    }
     const HeldFile held(*this);
-    BaseQueuedDestination::setOwner(std::move(owner));
+    // The base's own override would wait for the queue, which waits for the file.
+    BaseDestination::setOwner(std::move(owner));
     if (this->owner()) {
         openFile();
     } else {
         closeFile();
+    }
+}
+
+/// Lines on the queue were logged for the file as it is now. A thread that holds a file does not wait for
+/// them, because the queue may be waiting for that file.
+void FileDestination::finishQueue() const {
+    if (heldFiles == 0) {
+        waitForQueue();
     }
 }
 
@@ -227,12 +258,6 @@ void FileDestination::write(std::string_view message) {
     }
 }
 
-void FileDestination::writeLinesLeft() {
-    for (const std::string& line : file_->takeLeft()) {
-        write(line);
-    }
-}
-
 void FileDestination::flush(std::function<void()> closure) {
     auto work = [self = shared_from_this(), this, closure = std::move(closure)] {
         {
@@ -251,8 +276,14 @@ void FileDestination::flush(std::function<void()> closure) {
 }
 
 bool FileDestination::rotateFile(const FileTarget& to, const std::function<void(bool success)>& closure) {
+    finishQueue();
     const HeldFile held(*this);
-    const bool success = moveFile(to);
+    bool success = false;
+    if (!isMovingFile_) {
+        isMovingFile_ = true;
+        success = moveFile(to);
+        isMovingFile_ = false;
+    }
     if (closure) {
         reportingExceptions([&] { closure(success); });
     }

@@ -82,7 +82,8 @@ public:
     /// new, empty file. Calls `closure` with whether it succeeded, and returns the same.
     ///
     /// Fails, with the file untouched and still open, if `to` is no target, exists already, or cannot be
-    /// moved to. An archive that could not be marked is a success; an internal line names it.
+    /// moved to, or if this is called in the middle of another rotation. An archive that could not be marked is a
+    /// success; an internal line names it.
     virtual bool rotateFile(const FileTarget& to, const std::function<void(bool success)>& closure = nullptr);
 
 protected:
@@ -97,38 +98,44 @@ protected:
     class HeldFile {
     public:
         /// Waits for the file.
-        explicit HeldFile(FileDestination& destination);
+        explicit HeldFile(const FileDestination& destination);
         /// Waits for the file, or leaves `line` to the thread that holds it.
-        HeldFile(FileDestination& destination, std::string_view line);
+        HeldFile(const FileDestination& destination, std::string_view line);
         HeldFile(const HeldFile&) = delete;
         HeldFile& operator=(const HeldFile&) = delete;
         ~HeldFile();
         explicit operator bool() const noexcept { return isHeld_; }
 
     private:
-        FileDestination& destination_;
+        void begin(bool isNested);
+
+        const FileDestination& destination_;
         bool isHeld_;
     };
 
     /// Brings what was written to the disk and closes the file, if it is open.
     void closeFile();
+    /// Whether the file is being moved to an archive right now, by the thread that holds it.
+    bool isMovingFile() const noexcept { return isMovingFile_; }
+    /// Has the owner, if there is one, log an internal line with this destination as its source.
+    void report(const std::string& text, Level level);
 
 private:
     class File;
 
+    void finishQueue() const;
     void openFile();
     void announceOpening(bool isAppending);
     void goOnIfReplaced();
     bool moveFile(const FileTarget& to);
     void markArchive(const std::string& path);
-    void writeLinesLeft();
-    void report(const std::string& text, Level level);
 
     std::optional<URL> writeToFileURL_;
     bool shouldAppend_;
     std::optional<std::string> appendMarker_;
     std::optional<FileAttributes> fileAttributes_;
     std::unique_ptr<File> file_;
+    bool isMovingFile_ = false;
 };
 
 }  // namespace velora

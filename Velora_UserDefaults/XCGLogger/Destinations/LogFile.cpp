@@ -117,14 +117,23 @@ bool LogFile::isTimeToLook() {
     return true;
 }
 
+void LogFile::dropWhatWasLeftInTheParent() {
+    if (leftGeneration_ != forkGeneration()) {
+        leftGeneration_ = forkGeneration();
+        left_.clear();
+    }
+}
+
 void LogFile::leave(std::string_view line) {
     const std::scoped_lock guard(leftLock_);
+    dropWhatWasLeftInTheParent();
     left_.emplace_back(line);
     hasLeft_.store(true, std::memory_order_seq_cst);
 }
 
 std::vector<std::string> LogFile::takeLeft() {
     const std::scoped_lock guard(leftLock_);
+    dropWhatWasLeftInTheParent();
     hasLeft_.store(false, std::memory_order_seq_cst);
     return std::exchange(left_, {});
 }

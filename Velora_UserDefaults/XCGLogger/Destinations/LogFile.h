@@ -53,6 +53,7 @@ public:
 
 private:
     void dropWhatTheParentHad();
+    void dropWhatWasLeftInTheParent();
     std::size_t tryToWrite(std::string_view bytes);
 
     FileHandle handle_;
@@ -63,6 +64,7 @@ private:
 
     RecursiveLock leftLock_;
     std::vector<std::string> left_;
+    std::uint64_t leftGeneration_ = 0;
     std::atomic<bool> hasLeft_{false};
 };
 

@@ -13,6 +13,9 @@ class QueuedLinePool {
 public:
     static QueuedLine* take() {
         if (own_.lines == nullptr) {
+            if (own_.isGone) {
+                return new QueuedLine;  // nobody would give the rest of the list back
+            }
             own_.lines = returned_.exchange(nullptr, std::memory_order_acquire);
             if (own_.lines == nullptr) {
                 return new QueuedLine;
@@ -50,7 +53,7 @@ private:
     };
 
     static void arm() {
-        if (!own_.isArmed && !own_.isGone) {
+        if (!own_.isArmed) {
             static thread_local const Disposer disposer;
             static_cast<void>(disposer);
             own_.isArmed = true;

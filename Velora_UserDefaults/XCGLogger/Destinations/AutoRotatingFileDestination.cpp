@@ -1,0 +1,297 @@
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <limits>
+#include <utility>
+
+#include <Velora_UserDefaults/Platform/Date.h>
+#include <Velora_UserDefaults/Platform/DateFormatter.h>
+#include <Velora_UserDefaults/Platform/ExtendedAttributes.h>
+#include <Velora_UserDefaults/Platform/FatalError.h>
+#include <Velora_UserDefaults/Platform/FileManager.h>
+#include <Velora_UserDefaults/Platform/Text.h>
+#include <Velora_UserDefaults/XCGLogger/Constants.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/AutoRotatingFileDestination.h>
+
+namespace velora {
+
+namespace {
+
+std::atomic<std::uint64_t> defaultMaxFileSize{1'048'576};
+std::atomic<double> defaultMaxTimeInterval{600};
+
+std::uint64_t sizeOrUnlimited(std::uint64_t size) {
+    return size == 0 ? std::numeric_limits<std::uint64_t>::max() : size;
+}
+
+double intervalOrOff(double seconds) {
+    return seconds >= 1 ? seconds : 0;
+}
+
+double now() {
+    return secondsSince1970(currentDate());
+}
+
+/// The attribute's value; nothing if it is missing or cannot be read.
+std::optional<std::string> attribute(const std::string& path, std::string_view name) {
+    FileResult<std::optional<std::string>> value = readExtendedAttribute(path, name);
+    return value ? *std::move(value) : std::nullopt;
+}
+
+template <typename Value>
+const Value* find(const FileAttributes& attributes, std::string_view key) {
+    const auto found = attributes.find(key);
+    return found == attributes.end() ? nullptr : std::any_cast<Value>(&found->second);
+}
+
+}  // namespace
+
+AutoRotatingFileDestination::AutoRotatingFileDestination(Making key, std::shared_ptr<XCGLogger> owner,
+                                                         const FileTarget& writeToFile, std::string identifier,
+                                                         Options options)
+    : FileDestination(key, std::move(owner), writeToFile, std::move(identifier), /*shouldAppend=*/true,
+                      options.shouldAppend ? std::move(options.appendMarker) : std::nullopt,
+                      std::move(options.attributes)),
+      shouldAppendAtFirst_(options.shouldAppend),
+      targetMaxFileSize_(sizeOrUnlimited(options.maxFileSize)),
+      targetMaxTimeInterval_(intervalOrOff(options.maxTimeInterval)),
+      targetMaxLogFiles_(options.targetMaxLogFiles),
+      customArchiveSuffixDateFormatter_(std::move(options.archiveSuffixDateFormatter)),
+      currentLogStartTimeInterval_(now()) {}
+
+AutoRotatingFileDestination::AutoRotatingFileDestination(
+    Making key, std::shared_ptr<XCGLogger> owner, const FileTarget& writeToFile, std::string identifier,
+    bool shouldAppend, std::optional<std::string> appendMarker, std::optional<FileAttributes> attributes,
+    std::uint64_t maxFileSize, double maxTimeInterval, std::shared_ptr<const DateFormatter> archiveSuffixDateFormatter,
+    std::uint8_t targetMaxLogFiles)
+    : AutoRotatingFileDestination(key, std::move(owner), writeToFile, std::move(identifier),
+                                  Options{.shouldAppend = shouldAppend,
+                                          .appendMarker = std::move(appendMarker),
+                                          .attributes = std::move(attributes),
+                                          .maxFileSize = maxFileSize,
+                                          .maxTimeInterval = maxTimeInterval,
+                                          .archiveSuffixDateFormatter = std::move(archiveSuffixDateFormatter),
+                                          .targetMaxLogFiles = targetMaxLogFiles}) {}
+
+AutoRotatingFileDestination::AutoRotatingFileDestination(Making key, std::shared_ptr<XCGLogger> owner,
+                                                         const FileTarget& writeToFile, std::string identifier,
+                                                         bool /*shouldAppend*/,
+                                                         std::optional<std::string> /*appendMarker*/,
+                                                         std::optional<FileAttributes> /*attributes*/)
+    : AutoRotatingFileDestination(key, std::move(owner), writeToFile, std::move(identifier), Options()) {
+    fatalError(
+        "Use of unimplemented initializer 'init(owner:writeToFile:identifier:shouldAppend:appendMarker:attributes:)' "
+        "for class 'XCGLogger.AutoRotatingFileDestination'");
+}
+
+AutoRotatingFileDestination::~AutoRotatingFileDestination() = default;
+
+void AutoRotatingFileDestination::finishMaking() {
+    FileDestination::finishMaking();
+    const HeldFile held(*this);
+    setShouldAppend(shouldAppendAtFirst_);
+    if (!writeToFileURL()) {
+        return;
+    }
+    findNames();
+    takeOverLiveFile();
+    if (!shouldAppendAtFirst_ || shouldRotate()) {
+        rotateFile();
+    }
+}
+
+void AutoRotatingFileDestination::findNames() {
+    fileExtension_ = writeToFileURL()->pathExtension();
+    baseFileName_ = writeToFileURL()->lastPathComponent();
+    if (baseFileName_.ends_with("." + fileExtension_)) {
+        baseFileName_.resize(baseFileName_.size() - fileExtension_.size() - 1);
+    }
+    const std::string path = writeToFileURL()->path();
+    const std::string name = baseFileName_ + "." + fileExtension_;
+    if (path.ends_with(name)) {
+        setArchiveFolderURL(URL::fileURL(path.substr(0, path.size() - name.size()), /*isDirectory=*/true));
+    }
+    if (!archiveFolderURL()) {
+        setArchiveFolderURL(defaultLogFolderURL());
+    }
+}
+
+void AutoRotatingFileDestination::takeOverLiveFile() {
+    const FileResult<FileAttributes> attributes = FileManager::attributesOf(writeToFileURL()->path());
+    if (!attributes) {
+        report("Unable to determine current file attributes of log file: " + attributes.error().description,
+               Level::warning);
+        return;
+    }
+    const std::uint64_t* const size = find<std::uint64_t>(*attributes, FileAttributeKey::size);
+    const Date* const creationDate = find<Date>(*attributes, FileAttributeKey::creationDate);
+    currentLogFileSize_ = size == nullptr ? 0 : *size;
+    currentLogStartTimeInterval_ = creationDate == nullptr ? now() : secondsSince1970(*creationDate);
+}
+
+std::uint64_t AutoRotatingFileDestination::autoRotatingFileDefaultMaxFileSize() {
+    return defaultMaxFileSize;
+}
+
+void AutoRotatingFileDestination::setAutoRotatingFileDefaultMaxFileSize(std::uint64_t size) {
+    defaultMaxFileSize = size;
+}
+
+double AutoRotatingFileDestination::autoRotatingFileDefaultMaxTimeInterval() {
+    return defaultMaxTimeInterval;
+}
+
+void AutoRotatingFileDestination::setAutoRotatingFileDefaultMaxTimeInterval(double seconds) {
+    defaultMaxTimeInterval = seconds;
+}
+
+URL AutoRotatingFileDestination::defaultLogFolderURL() {
+    URL folder = URL::fileURL(FileManager::temporaryFolder(), true).appendingPathComponent("log", true);
+    static_cast<void>(FileManager::createFolder(folder.path(), /*withIntermediates=*/true));
+    return folder;
+}
+
+void AutoRotatingFileDestination::setTargetMaxFileSize(std::uint64_t size) {
+    const HeldFile held(*this);
+    targetMaxFileSize_ = sizeOrUnlimited(size);
+}
+
+void AutoRotatingFileDestination::setTargetMaxTimeInterval(double seconds) {
+    const HeldFile held(*this);
+    targetMaxTimeInterval_ = intervalOrOff(seconds);
+}
+
+void AutoRotatingFileDestination::setTargetMaxLogFiles(std::uint8_t count) {
+    const HeldFile held(*this);
+    targetMaxLogFiles_ = count;
+    cleanUpLogFiles();
+}
+
+void AutoRotatingFileDestination::setArchiveFolderURL(std::optional<URL> url) {
+    const HeldFile held(*this);
+    if (url) {
+        static_cast<void>(FileManager::createFolder(url->path(), /*withIntermediates=*/true));
+    }
+    archiveFolderURL_ = std::move(url);
+}
+
+void AutoRotatingFileDestination::setAutoRotationCompletion(std::function<void(bool success)> closure) {
+    const HeldFile held(*this);
+    autoRotationCompletion_ = std::move(closure);
+}
+
+const std::shared_ptr<const DateFormatter>& AutoRotatingFileDestination::archiveSuffixDateFormatter() const {
+    if (customArchiveSuffixDateFormatter_) {
+        return customArchiveSuffixDateFormatter_;
+    }
+    static const auto& standard =
+        *new const std::shared_ptr<const DateFormatter>(std::make_shared<const DateFormatter>("_yyyy-MM-dd_HHmmss"));
+    return standard;
+}
+
+void AutoRotatingFileDestination::setArchiveSuffixDateFormatter(std::shared_ptr<const DateFormatter> formatter) {
+    const HeldFile held(*this);
+    customArchiveSuffixDateFormatter_ = std::move(formatter);
+}
+
+std::uint64_t AutoRotatingFileDestination::currentLogFileSize() const {
+    const HeldFile held(*this);
+    return currentLogFileSize_;
+}
+
+double AutoRotatingFileDestination::currentLogStartTimeInterval() const {
+    const HeldFile held(*this);
+    return currentLogStartTimeInterval_;
+}
+
+void AutoRotatingFileDestination::write(std::string_view message) {
+    const HeldFile held(*this, message);
+    if (!held) {
+        return;
+    }
+    currentLogFileSize_ += userPerceivedCharacterCount(message);
+    FileDestination::write(message);
+    // A line that is written in the middle of a rotation, such as the one that announces it, starts no other.
+    if (!isRotating_ && !isMovingFile() && shouldRotate()) {
+        rotateFile();
+    }
+}
+
+bool AutoRotatingFileDestination::shouldRotate() const {
+    if (!writeToFileURL()) {
+        return false;
+    }
+    if (currentLogFileSize_ >= targetMaxFileSize()) {
+        return true;
+    }
+    const double interval = targetMaxTimeInterval();
+    return interval > 0 && now() - currentLogStartTimeInterval_ >= interval;
+}
+
+void AutoRotatingFileDestination::rotateFile() {
+    const HeldFile held(*this);
+    if (isRotating_ || isMovingFile()) {
+        return;
+    }
+    isRotating_ = true;
+    const URL folder = archiveFolderURL().value_or(defaultLogFolderURL());
+    const std::string name = baseFileName_ + archiveSuffixDateFormatter()->string(currentDate());
+    rotateFile(folder.appendingPathComponent(name).appendingPathExtension(fileExtension_), autoRotationCompletion());
+    currentLogStartTimeInterval_ = now();
+    currentLogFileSize_ = 0;
+    cleanUpLogFiles();
+    isRotating_ = false;
+}
+
+std::string AutoRotatingFileDestination::archiveFolderPath() const {
+    return archiveFolderURL() ? archiveFolderURL()->path() : defaultLogFolderURL().path();
+}
+
+std::vector<URL> AutoRotatingFileDestination::archivedFileURLs() const {
+    const FileResult<std::vector<std::string>> entries =
+        FileManager::contentsOfFolder(archiveFolderPath(), /*skipHidden=*/true);
+    if (!entries || !isValidUTF8(identifier())) {
+        return {};
+    }
+    std::vector<std::pair<std::string, std::string>> archives;
+    for (const std::string& path : *entries) {
+        if (attribute(path, Constants::extendedAttributeArchivedLogIdentifierKey) != identifier()) {
+            continue;
+        }
+        std::optional<std::string> timestamp = attribute(path, Constants::extendedAttributeArchivedLogTimestampKey);
+        if (timestamp && isValidUTF8(*timestamp)) {
+            archives.emplace_back(*std::move(timestamp), path);
+        }
+    }
+    std::ranges::sort(archives, std::ranges::greater());
+    std::vector<URL> urls;
+    urls.reserve(archives.size());
+    for (const auto& [timestamp, path] : archives) {
+        urls.push_back(URL::fileURL(path, /*isDirectory=*/false));
+    }
+    return urls;
+}
+
+void AutoRotatingFileDestination::cleanUpLogFiles() {
+    const HeldFile held(*this);
+    const std::vector<URL> archives = archivedFileURLs();
+    for (std::size_t index = targetMaxLogFiles(); index < archives.size(); ++index) {
+        remove(archives[index]);
+    }
+}
+
+void AutoRotatingFileDestination::purgeArchivedLogFiles() {
+    const HeldFile held(*this);
+    for (const URL& archive : archivedFileURLs()) {
+        remove(archive);
+    }
+}
+
+void AutoRotatingFileDestination::remove(const URL& archive) {
+    const std::string path = archive.path();
+    if (const FileResult<void> removed = FileManager::remove(path); !removed) {
+        report("Unable to delete old archived log file " + path + ": " + removed.error().description, Level::error);
+    }
+}
+
+}  // namespace velora
