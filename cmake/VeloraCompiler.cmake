@@ -8,6 +8,11 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 add_library(velora_compiler INTERFACE)
 target_compile_features(velora_compiler INTERFACE cxx_std_20)
 target_compile_options(velora_compiler INTERFACE -Wall -Wextra -Wpedantic -Wconversion)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+    # Optimising, it takes a literal added to a temporary std::string for an overlapping copy
+    # (https://gcc.gnu.org/PR105651).
+    target_compile_options(velora_compiler INTERFACE -Wno-restrict)
+endif()
 if(VELORA_WARNINGS_AS_ERRORS)
     target_compile_options(velora_compiler INTERFACE -Werror)
 endif()
