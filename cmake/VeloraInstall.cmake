@@ -18,10 +18,14 @@ set(VELORA_INTERNAL_HEADERS
     Platform/SystemLog
     Platform/Text
     Platform/TypeName
+    XCGLogger/Destinations/LogFile
     XCGLogger/Destinations/QueuedLine
     XCGLogger/EngineGuard
     XCGLogger/InternalUserInfo
-    XCGLogger/LogCallScope)
+    XCGLogger/LogCallScope
+    XCGLogger/LogFormatters/LevelListing
+    XCGLogger/LogFormatters/RGBText
+    XCGLogger/UserInfoValue)
 
 set(header_folder "${PROJECT_SOURCE_DIR}/Velora_UserDefaults")
 file(GLOB_RECURSE VELORA_PUBLIC_HEADERS CONFIGURE_DEPENDS RELATIVE "${header_folder}" "${header_folder}/*.h")
