@@ -145,8 +145,7 @@ std::string DefaultsStore::exportText() const {
 
 bool DefaultsStore::exportTo(const std::string& path) const {
     std::string fault;
-    const auto move = [](const std::function<bool()>& rename) { return rename(); };
-    if (replaceStoreFile(resolvedStorePath(path), exportText(), move, fault)) {
+    if (replaceForeignFile(resolvedStorePath(path), exportText(), fault)) {
         return true;
     }
     engine_->report(fmt::format("Preferences: cannot export to {}: {}.", path, fault));

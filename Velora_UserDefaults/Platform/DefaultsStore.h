@@ -59,9 +59,10 @@ class DefaultsStoreEngine;
 /// No operation throws for a fault of the file system. A write that fails changes nothing, returns false and is
 /// reported.
 ///
-/// Beside the file lie `<name>.lock` (held while writing), `<name>.generation` (counts the writes) and, for the length
-/// of a write, `<name>.new`. All of them may be deleted at any time while no program writes. If the path names a
-/// symbolic link when the store is opened, the file it leads to is the store and the link stays.
+/// Beside the file lie `<name>.lock` (held while writing), `<name>.generation` (counts the writes) and `<name>.spare`
+/// (the file before the last write, whose space the next one uses unless somebody has it open). All of them may be
+/// deleted at any time while no program writes. If the path names a symbolic link when the store is opened, the file it
+/// leads to is the store and the link stays.
 ///
 /// Thread-safe: every operation may be called from any thread at any time, also from several stores on one file, and
 /// on both sides of a `fork`. An operation waits for writers only if it writes.
@@ -93,7 +94,7 @@ public:
     using ReportHandler = std::function<void(const std::string& line)>;
 
     /// The standard defaults of the user: the file that the environment variable VELORA_DEFAULTS_FILE names, else
-    /// `Quillon Velora/UserDefaults.json` in `$XDG_CONFIG_HOME` (XDG Base Directory Specification), else in
+    /// `Quillon Velora/UserDefaults.json` in `$XDG_CONFIG_HOME` (XDG base directories), else in
     /// `~/.config`, where the home is `$HOME` or what the password database says. With no home at all the values live
     /// in memory only, which is reported once. The environment is read on the first call; a process that gained
     /// privileges when it was executed ignores it (secure_getenv(3)). The store lives until the process ends.

@@ -221,7 +221,7 @@ DefaultsStoreDescriptor DefaultsStoreEngine::tryLock() {
 }
 
 void DefaultsStoreEngine::load(std::uint64_t generation, Reports& reports) {
-    DefaultsStoreContents contents = DefaultsStoreContents::read(path_);
+    DefaultsStoreContents contents = readWhole(generation);
     Snapshot loaded = *snapshot_;
     loaded.content = contentOf(contents, reports);
     loaded.generation = generation;
@@ -232,6 +232,23 @@ void DefaultsStoreEngine::load(std::uint64_t generation, Reports& reports) {
     if (!same) {
         publish(std::move(loaded));
     }
+}
+
+DefaultsStoreContents DefaultsStoreEngine::readWhole(std::uint64_t& generation) const {
+    // A file that was replaced after it was opened may be written over by the write after that, while it is read.
+    constexpr int longestPatience = 100;
+    DefaultsStoreContents contents = DefaultsStoreContents::read(path_);
+    for (int tries = 0; tries < longestPatience; ++tries) {
+        const std::uint64_t counter = generation_.value();
+        const bool undisturbed = generation == Snapshot::never ? DefaultsStoreIdentity::at(path_) == contents.identity
+                                                               : counter == generation;
+        if (undisturbed) {
+            break;
+        }
+        generation = DefaultsStoreGeneration::isSettled(counter) ? counter : Snapshot::never;
+        contents = DefaultsStoreContents::read(path_);
+    }
+    return contents;
 }
 
 std::shared_ptr<const DefaultsStoreContent> DefaultsStoreEngine::contentOf(DefaultsStoreContents& contents,

@@ -72,6 +72,7 @@ private:
     void refresh(Reports& reports);
     void lookAtCounter();
     void load(std::uint64_t generation, Reports& reports);
+    DefaultsStoreContents readWhole(std::uint64_t& generation) const;
     std::shared_ptr<const DefaultsStoreContent> contentOf(DefaultsStoreContents& contents, Reports& reports);
     void handleDamage(DefaultsStoreContents& contents, const std::string& fault, Reports& reports);
     void reportOnce(const DefaultsStoreContents& contents, const std::string& line, Reports& reports);

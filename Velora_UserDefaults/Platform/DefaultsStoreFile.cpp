@@ -2,6 +2,7 @@
 #include <array>
 #include <cerrno>
 #include <fcntl.h>
+#include <signal.h>
 #include <filesystem>
 #include <fmt/chrono.h>
 #include <fmt/format.h>
@@ -101,6 +102,37 @@ bool writeNewFile(const std::string& path, std::string_view bytes) {
     DefaultsStoreDescriptor file = openBesideStore(path, O_WRONLY | O_CREAT | O_EXCL);
     return file && writeAll(file.get(), bytes) && retrying([&] { return ::fdatasync(file.get()); }) == 0 &&
            file.close();
+}
+
+/// Whether nobody else has the file open and could be reading it: only then a write lease is granted (fcntl(2)).
+bool isOpenNowhereElse(int descriptor) {
+    // Whoever opens the file before the lease is given back makes the kernel send a signal. That would be SIGIO, which
+    // ends a process that does not expect it; SIGURG is ignored by default.
+    return ::fcntl(descriptor, F_SETSIG, SIGURG) == 0 && ::fcntl(descriptor, F_SETLEASE, F_WRLCK) == 0 &&
+           ::fcntl(descriptor, F_SETLEASE, F_UNLCK) == 0;
+}
+
+/// Writes over the file that was the store until the last write, if that can do no harm: nobody has it open or has
+/// given it another name. The space of a file that was synced is dear to free and to allocate again; on a journaling
+/// file system that is most of what a write costs.
+bool writeOverFormerFile(const std::string& path, std::string_view bytes) {
+    DefaultsStoreDescriptor file = openBesideStore(path, O_WRONLY);
+    struct stat status {};
+    if (!file || ::fstat(file.get(), &status) != 0 || status.st_uid != ::geteuid() || !isOpenNowhereElse(file.get())) {
+        return false;
+    }
+    return ::fchmod(file.get(), fileMode) == 0 && writeAll(file.get(), bytes) &&
+           ::ftruncate(file.get(), static_cast<off_t>(bytes.size())) == 0 &&
+           retrying([&] { return ::fdatasync(file.get()); }) == 0 && file.close();
+}
+
+/// Puts the file at `spare` in the place of the one at `path`, and that one, if there is one, in its place.
+bool exchangeFiles(const std::string& spare, const std::string& path) {
+    if (::renameat2(AT_FDCWD, spare.c_str(), AT_FDCWD, path.c_str(), RENAME_EXCHANGE) == 0) {
+        return true;
+    }
+    // No file yet, or a file system that cannot exchange.
+    return (errno == ENOENT || errno == EINVAL || errno == ENOSYS) && ::rename(spare.c_str(), path.c_str()) == 0;
 }
 
 void syncFolder(const std::string& folder) {
@@ -238,11 +270,22 @@ bool isStillAt(const std::string& path, int descriptor) {
 
 bool replaceStoreFile(const std::string& path, std::string_view bytes,
                       const std::function<bool(const std::function<bool()>& move)>& rename, std::string& fault) {
-    const std::string newPath = path + ".new";
-    const auto move = [&] { return ::rename(newPath.c_str(), path.c_str()) == 0; };
-    if (!writeNewFile(newPath, bytes) || !rename(move)) {
+    const std::string spare = path + ".spare";
+    const auto move = [&] { return exchangeFiles(spare, path); };
+    if ((!writeOverFormerFile(spare, bytes) && !writeNewFile(spare, bytes)) || !rename(move)) {
         fault = withSystemError("cannot write it");
-        ::unlink(newPath.c_str());
+        ::unlink(spare.c_str());
+        return false;
+    }
+    syncFolder(folderOf(path));
+    return true;
+}
+
+bool replaceForeignFile(const std::string& path, std::string_view bytes, std::string& fault) {
+    const std::string written = path + ".new";
+    if (!writeNewFile(written, bytes) || ::rename(written.c_str(), path.c_str()) != 0) {
+        fault = withSystemError("cannot write it");
+        ::unlink(written.c_str());
         return false;
     }
     syncFolder(folderOf(path));

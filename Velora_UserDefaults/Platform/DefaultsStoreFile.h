@@ -89,11 +89,15 @@ DefaultsStoreDescriptor openBesideStore(const std::string& path, int flags);
 /// Whether `path` still names the file that is open.
 bool isStillAt(const std::string& path, int descriptor);
 
-/// Puts `bytes` in the place of the file at `path`, on the disk, as a whole or not at all. `rename(move)` is to call
-/// `move` once and return what it returns. Needs the store's lock: the new file is first written under a fixed name,
-/// so that a dead writer leaves one such file at most, and the next write takes it away.
+/// Puts `bytes` in the place of the store's file, on the disk, as a whole or not at all. `rename(move)` is to call
+/// `move` once and return what it returns. Needs the store's lock: the new file is written under a fixed name, so that
+/// dead writers leave one such file at most. What was the store's file stays under that name, and the next write but
+/// one overwrites it: `DefaultsStoreContents::read` of one store may meet that if it takes longer than two writes.
 bool replaceStoreFile(const std::string& path, std::string_view bytes,
                       const std::function<bool(const std::function<bool()>& move)>& rename, std::string& fault);
+
+/// Puts `bytes` in the place of any other file, on the disk, as a whole or not at all.
+bool replaceForeignFile(const std::string& path, std::string_view bytes, std::string& fault);
 
 /// Renames the file at `path` to a dated name that no file has, and returns that; nothing if it cannot be done. Needs
 /// the store's lock.

@@ -75,7 +75,7 @@ TEST_F(DefaultsStoreFaults, ChangeNothingOnAFullDisk) {
         REQUIRE(store.integer("number") == 6);
         REQUIRE(readFile(file) == before);
         REQUIRE(DefaultsStore(file).integer("number") == 6);
-        REQUIRE(filesBeginningWith(folder.path(), "UserDefaults.json.new").empty());
+        REQUIRE(filesBeginningWith(folder.path(), "UserDefaults.json.spare").empty());
         REQUIRE(reports.lines().size() == 2 && reports.lines()[0].ends_with("No space left on device."));
         std::filesystem::remove(folder / "filler");
         REQUIRE(store.setInteger("number", 8));
@@ -196,7 +196,7 @@ TEST_F(DefaultsStoreFaults, ReportAFolderThatCannotBeMade) {
 
 TEST_F(DefaultsStoreFaults, DoNotFollowPlantedLinks) {
     writeFile(folder / "victim", "precious data");
-    for (const char* name : {"UserDefaults.json.lock", "UserDefaults.json.new", "UserDefaults.json.generation"}) {
+    for (const char* name : {"UserDefaults.json.lock", "UserDefaults.json.spare", "UserDefaults.json.generation"}) {
         const std::string own = folder / (std::string("for ") + name);
         std::filesystem::create_directory(own);
         std::filesystem::create_symlink(folder / "victim", own + "/" + name);
@@ -227,6 +227,44 @@ TEST_F(DefaultsStoreFaults, GiveWhatRootWritesToTheOwnerOfTheFolder) {
               }),
               0);
     EXPECT_EQ(store.integer("number"), 2);
+}
+
+TEST_F(DefaultsStoreFaults, NeverWriteOverAFileThatSomebodyReads) {
+    DefaultsStore store(file);
+    ASSERT_TRUE(store.setInteger("number", 1));
+    const std::string before = readFile(file);
+    const int reading = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    for (int number = 2; number < 10; ++number) {
+        ASSERT_TRUE(store.setInteger("number", number));
+    }
+    std::string bytes(before.size() + 1, ' ');
+    ASSERT_EQ(::read(reading, bytes.data(), bytes.size()), static_cast<ssize_t>(before.size()));
+    bytes.pop_back();
+    EXPECT_EQ(bytes, before);
+    ::close(reading);
+}
+
+TEST_F(DefaultsStoreFaults, NeverWriteOverAFileThatHasAnotherName) {
+    DefaultsStore store(file);
+    ASSERT_TRUE(store.setInteger("number", 1));
+    std::filesystem::create_hard_link(file, folder / "backup");
+    for (int number = 2; number < 10; ++number) {
+        ASSERT_TRUE(store.setInteger("number", number));
+    }
+    EXPECT_EQ(readFile(folder / "backup"), "{\n    \"number\": 1\n}\n");
+    EXPECT_EQ(DefaultsStore(file).integer("number"), 9);
+}
+
+TEST_F(DefaultsStoreFaults, KeepAFileToItsOwnerThatWasOpenToOthers) {
+    DefaultsStore store(file);
+    for (int number = 1; number < 6; ++number) {
+        ASSERT_TRUE(store.setString("text", std::string(static_cast<std::size_t>(100 / number), 'x')));
+        EXPECT_EQ(DefaultsStore(file).string("text")->size(), static_cast<std::size_t>(100 / number));
+        struct stat status {};
+        ASSERT_EQ(::stat(file.c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777U, 0600U);
+        ::chmod(file.c_str(), 0644);
+    }
 }
 
 TEST_F(DefaultsStoreFaults, TellStandardErrorIfNobodyElseIsTold) {

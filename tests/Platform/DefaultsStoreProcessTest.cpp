@@ -229,7 +229,7 @@ TEST_F(DefaultsStoreProcesses, LoseNoneOfTheirWritesWhileOthersRead) {
     EXPECT_GT(total, processes * threadsPerProcess);
     EXPECT_EQ(store.allValues().size(), static_cast<std::size_t>(processes * threadsPerProcess));
     EXPECT_TRUE(reports.lines().empty());
-    EXPECT_EQ(filesBeginningWith(folder.path(), "").size(), 3U);
+    EXPECT_EQ(filesBeginningWith(folder.path(), "").size(), 4U);
 }
 
 TEST_F(DefaultsStoreProcesses, MayBeKilledAtAnyMoment) {
@@ -260,9 +260,9 @@ TEST_F(DefaultsStoreProcesses, MayBeKilledAtAnyMoment) {
     }
     ASSERT_TRUE(store.setBool("done", true));
     EXPECT_TRUE(reports.lines().empty());
-    EXPECT_THAT(
-        filesBeginningWith(folder.path(), ""),
-        ::testing::UnorderedElementsAre("UserDefaults.json", "UserDefaults.json.lock", "UserDefaults.json.generation"));
+    EXPECT_THAT(filesBeginningWith(folder.path(), ""),
+                ::testing::UnorderedElementsAre("UserDefaults.json", "UserDefaults.json.lock",
+                                                "UserDefaults.json.spare", "UserDefaults.json.generation"));
 }
 
 TEST_F(DefaultsStoreProcesses, LeaveNoLockToAForkedChild) {
