@@ -187,7 +187,7 @@ TEST(DateFormatter, WritesAlternatingSecondsAndFormattersRight) {
     const DateFormatter hours("HH:mm:ss.SSS", "en_US", "UTC");
     const DateFormatter kolkata("HH:mm:ss.SSS", "en_US", "Asia/Kolkata");
     const DateFormatter plain("ss", "en_US", "UTC");
-    for (int round = 0; round < 3; ++round) {
+    for (std::int64_t round = 0; round < 3; ++round) {
         for (int second = 0; second < 7; ++second) {
             const Date date = dateAt(november + second, round * 1'000'000);
             const std::string end = std::to_string(second) + ".00" + std::to_string(round);
@@ -202,7 +202,7 @@ TEST(DateFormatter, NeverShowsTheTextOfAFormatterThatLivedAtItsAddress) {
     alignas(DateFormatter) unsigned char room[sizeof(DateFormatter)];
     const auto formatInRoom = [&room](const char* pattern) {
         auto* const formatter = new (room) DateFormatter(pattern, "en_US", "UTC");
-        const std::string text = formatter->string(dateAt(november));
+        std::string text = formatter->string(dateAt(november));
         formatter->~DateFormatter();
         return text;
     };
@@ -270,7 +270,7 @@ TEST(DateFormatter, FallsBackFromAnUnknownLocale) {
 TEST(DateFormatter, UsesAPatternAsFarAsItIsUnderstood) {
     const DateFormatter unknown("HH:mm:ss.SSS J yyyy", "en_US", "UTC");
     EXPECT_FALSE(unknown.isValid());
-    for (const int milliseconds : {123, 456}) {
+    for (const std::int64_t milliseconds : {123, 456}) {
         const std::string text = unknown.string(dateAt(november, milliseconds * 1'000'000));
         EXPECT_EQ(text.substr(0, 13), "22:13:20." + std::to_string(milliseconds) + " ");
         EXPECT_EQ(text.find("2023"), std::string::npos) << text;
@@ -349,11 +349,12 @@ TEST(DateFormatter, FormatsOnManyThreadsAtOnce) {
     const DateFormatter uncached("A SSS zzzz", "fa_IR", "Europe/Berlin");
     std::vector<Date> dates;
     std::vector<std::string> expected;
-    for (int i = 0; i < 200; ++i) {
+    for (std::int64_t i = 0; i < 200; ++i) {
         dates.push_back(dateAt(november + i * 100'000 / 7, i * 1'234'567));
         expected.push_back(cached.string(dates.back()) + uncached.string(dates.back()));
     }
     std::vector<std::thread> threads;
+    threads.reserve(8);
     for (std::size_t i = 0; i < 8; ++i) {
         threads.emplace_back([&, i] {
             for (std::size_t j = 0; j < 3 * dates.size(); ++j) {
@@ -370,6 +371,7 @@ TEST(DateFormatter, FormatsOnManyThreadsAtOnce) {
 TEST(DateFormatter, IsMadeOnManyThreadsAtOnce) {
     const Environment zone("TZ", "Asia/Kolkata");
     std::vector<std::thread> threads;
+    threads.reserve(8);
     for (int i = 0; i < 8; ++i) {
         threads.emplace_back([] {
             for (int j = 0; j < 10; ++j) {
