@@ -25,6 +25,7 @@ set(VELORA_INTERNAL_HEADERS
     XCGLogger/LogCallScope
     XCGLogger/LogFormatters/LevelListing
     XCGLogger/LogFormatters/RGBText
+    UserDefaults/PreferenceTable
     XCGLogger/UserInfoValue)
 
 set(header_folder "${PROJECT_SOURCE_DIR}/Velora_UserDefaults")
