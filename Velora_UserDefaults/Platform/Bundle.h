@@ -37,10 +37,10 @@ public:
     void setInfo(std::string_view key, std::any value);
 
     /// The value of `key`; an empty `std::any` if it has none.
-    std::any info(std::string_view key) const;
+    [[nodiscard]] std::any info(std::string_view key) const;
 
     /// The value of `key` if it is text.
-    std::optional<std::string> infoText(std::string_view key) const;
+    [[nodiscard]] std::optional<std::string> infoText(std::string_view key) const;
 
     /// Sets the two versions that the log's start-up header shows.
     void setVersion(std::string_view shortVersion, std::string_view build);

@@ -8,9 +8,6 @@ namespace velora {
 
 std::string currentExceptionTypeName() {
     const std::type_info* type = abi::__cxa_current_exception_type();
-    if (type == nullptr) {
-        return "unknown";
-    }
     int status = 0;
     const std::unique_ptr<char, decltype(&std::free)> name(abi::__cxa_demangle(type->name(), nullptr, nullptr, &status),
                                                            &std::free);

@@ -59,7 +59,7 @@ public:
     const T* operator->() const { return std::get_if<0>(&content_); }
 
     /// The error; only after a failure.
-    const FileError& error() const { return *std::get_if<1>(&content_); }
+    [[nodiscard]] const FileError& error() const { return *std::get_if<1>(&content_); }
 
 private:
     std::variant<T, FileError> content_;
@@ -78,7 +78,7 @@ public:
     explicit operator bool() const { return !error_.has_value(); }
 
     /// The error; only after a failure.
-    const FileError& error() const { return *error_; }
+    [[nodiscard]] const FileError& error() const { return *error_; }
 
 private:
     std::optional<FileError> error_;

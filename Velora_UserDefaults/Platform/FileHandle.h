@@ -58,22 +58,22 @@ public:
     FileResult<void> close();
 
     /// Whether the handle has a file.
-    bool isOpen() const { return descriptor_ >= 0; }
+    [[nodiscard]] bool isOpen() const { return descriptor_ >= 0; }
 
     /// The file's descriptor, which stays the handle's; -1 if it is not open.
-    int descriptor() const { return descriptor_; }
+    [[nodiscard]] int descriptor() const { return descriptor_; }
 
     /// The path that the file was opened by.
-    const std::string& path() const { return path_; }
+    [[nodiscard]] const std::string& path() const { return path_; }
 
     /// Whether `path` still names the open file: false if the file was removed or renamed, or
     /// another one took its name. Costs one stat(2).
-    bool stillAt(const std::string& path) const;
+    [[nodiscard]] bool stillAt(const std::string& path) const;
 
 private:
     FileHandle(int descriptor, std::string path);
 
-    FileError failure(int code, std::string_view what) const;
+    [[nodiscard]] FileError failure(int code, std::string_view what) const;
     FileResult<void> writeParts(std::string_view first, std::string_view second, std::size_t& written);
 
     int descriptor_ = -1;

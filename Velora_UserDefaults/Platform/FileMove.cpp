@@ -1,10 +1,10 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <memory>
-#include <stdlib.h>
 #include <string_view>
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -26,8 +26,8 @@ public:
             ::close(number_);
         }
     }
-    int number() const { return number_; }
-    bool isOpen() const { return number_ >= 0; }
+    [[nodiscard]] int number() const { return number_; }
+    [[nodiscard]] bool isOpen() const { return number_ >= 0; }
 
 private:
     int number_;
@@ -184,8 +184,9 @@ int copyFolderInto(const std::string& from, const std::string& to) {
     }
     std::error_code error;
     for (std::filesystem::directory_iterator entry(from, error), end; !error && entry != end; entry.increment(error)) {
-        const std::string name = entry->path().filename().string();
-        if (const int code = copyEntry(from + "/" + name, to + "/" + name); code != 0) {
+        const std::filesystem::path name = entry->path().filename();
+        const std::string copy = std::filesystem::path(to) / name;
+        if (const int code = copyEntry(entry->path().native(), copy); code != 0) {
             return code;
         }
     }

@@ -29,7 +29,7 @@ public:
         return installed;
     }
 
-    std::uint64_t generation() const { return generation_.load(std::memory_order_relaxed); }
+    [[nodiscard]] std::uint64_t generation() const { return generation_.load(std::memory_order_relaxed); }
 
 private:
     static void beforeFork();

@@ -1,4 +1,4 @@
-#include <errno.h>
+#include <cerrno>
 #include <filesystem>
 #include <unistd.h>
 

@@ -59,7 +59,7 @@ public:
     }
 
     /// Whether the calling thread holds the lock.
-    bool isHeldByThisThread() const { return owner_.load(std::memory_order_relaxed) == ::pthread_self(); }
+    [[nodiscard]] bool isHeldByThisThread() const { return owner_.load(std::memory_order_relaxed) == ::pthread_self(); }
 
 private:
     static constexpr pthread_t noThread = 0;

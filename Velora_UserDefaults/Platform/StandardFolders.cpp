@@ -1,8 +1,8 @@
 #include <cerrno>
+#include <cstdlib>
 #include <fstream>
 #include <optional>
 #include <pwd.h>
-#include <stdlib.h>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>

@@ -1,8 +1,8 @@
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <errno.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/prctl.h>

@@ -388,10 +388,13 @@ TEST_F(PipeTest, IsWrittenOnAfterASignal) {
     EXPECT_FALSE(done);
     std::string received;
     std::array<char, 5000> block{};
-    while (received.size() < bytes.size()) {
-        const ssize_t count = ::read(reader, block.data(), block.size());
-        if (count > 0) {
-            received.append(block.data(), static_cast<std::size_t>(count));
+    for (bool wasDone = false; !wasDone;) {
+        wasDone = done;  // asked first, so that nothing written before is missed
+        for (ssize_t count = 1; count > 0;) {
+            count = ::read(reader, block.data(), block.size());
+            if (count > 0) {
+                received.append(block.data(), static_cast<std::size_t>(count));
+            }
         }
     }
     writer.join();
