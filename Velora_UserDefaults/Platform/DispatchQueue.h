@@ -71,6 +71,7 @@ public:
     public:
         Task(const Task&) = delete;
         Task& operator=(const Task&) = delete;
+        virtual ~Task() = default;
 
         /// The work. The queue does not touch the task once this was called, so `run` may hand the task over
         /// again, give it to a pool or delete it.
@@ -78,7 +79,6 @@ public:
 
     protected:
         Task() = default;
-        ~Task() = default;
 
     private:
         friend class DispatchQueueCore;
@@ -96,6 +96,7 @@ public:
     public:
         BatchEnd(const BatchEnd&) = delete;
         BatchEnd& operator=(const BatchEnd&) = delete;
+        virtual ~BatchEnd();
 
         /// Called once, on the thread that runs the queue's work, when the batch has ended. May delete this
         /// object. If it registers itself again, it is called again right after.
@@ -103,7 +104,6 @@ public:
 
     protected:
         BatchEnd() = default;
-        ~BatchEnd();
 
     private:
         friend class DispatchQueueCore;
@@ -144,7 +144,7 @@ public:
     template <typename Work>
     requires std::invocable < std::decay_t<Work>
     & > &&(!std::derived_from<std::remove_cvref_t<Work>, Task>)void async(Work&& work) {
-        async(*new Closure<std::decay_t<Work>>(std::forward<Work>(work)));
+        async(*new Closure<std::decay_t<Work>>(std::in_place, std::forward<Work>(work)));
     }
 
     /// Runs `work` on the queue and waits until it is done; everything handed over before has run then, and
@@ -186,7 +186,7 @@ private:
     class Closure final : public Task {
     public:
         template <typename Argument>
-        explicit Closure(Argument&& work) : work_(std::forward<Argument>(work)) {}
+        Closure(std::in_place_t /*tag*/, Argument&& work) : work_(std::forward<Argument>(work)) {}
 
         void run() noexcept override {
             const std::unique_ptr<Closure> self(this);

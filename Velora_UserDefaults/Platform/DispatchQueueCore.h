@@ -101,7 +101,7 @@ private:
     void makeRoom() noexcept;
     void wakeThoseWaitingForRoom() noexcept;
 
-    static void resetInChild(void* core);
+    static void resetInChild(void* context);
     void abandonWork() noexcept;
     void forgetThread() noexcept;
 

@@ -62,7 +62,7 @@ void DispatchQueueRegistry::finishAll() {
     auto& cores = registry.finishing_;
     cores = registry.cores();
     // Where work of a queue exits the process, that queue comes first: others may be waiting for it.
-    std::ranges::stable_partition(cores, [](const auto& core) { return core->isCurrent(); });
+    std::stable_partition(cores.begin(), cores.end(), [](const auto& core) { return core->isCurrent(); });
     for (const auto& core : cores) {
         core->finish();
     }

@@ -29,7 +29,7 @@ public:
 private:
     DispatchQueueRegistry() = default;
     static void finishAll();
-    static void resetInChild(void* registry);
+    static void resetInChild(void* context);
     void list(DispatchQueueCore& core);
 
     std::mutex mutex_;

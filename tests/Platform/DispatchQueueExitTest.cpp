@@ -23,7 +23,7 @@
 namespace velora::test {
 namespace {
 
-using std::chrono_literals::operator""ms;
+using std::chrono::milliseconds;
 
 void say(std::string_view text) {
     [[maybe_unused]] const auto written = ::write(STDOUT_FILENO, text.data(), text.size());
@@ -32,7 +32,7 @@ void say(std::string_view text) {
 /// A queue that still has work to do for a while, and then says "late".
 std::shared_ptr<DispatchQueue> busyQueue() {
     auto queue = DispatchQueue::make("busy");
-    queue->async([] { std::this_thread::sleep_for(50ms); });
+    queue->async([] { std::this_thread::sleep_for(milliseconds(50)); });
     queue->async([] { say("late"); });
     return queue;
 }
@@ -98,9 +98,9 @@ int workHandsOverWork() {
     static const auto first = DispatchQueue::make("first");
     static const auto second = DispatchQueue::make("second");
     first->async([] {
-        std::this_thread::sleep_for(20ms);
+        std::this_thread::sleep_for(milliseconds(20));
         second->async([] {
-            std::this_thread::sleep_for(20ms);
+            std::this_thread::sleep_for(milliseconds(20));
             first->async([] { say("back"); });
         });
     });
@@ -113,7 +113,7 @@ int workWaitsForOtherQueue() {
     second->async([] { say("0"); });
     first->async([] { second->sync([] { say("1"); }); });
     first->async([] {
-        std::this_thread::sleep_for(20ms);
+        std::this_thread::sleep_for(milliseconds(20));
         second->sync([] { say("2"); });
     });
     return 0;
@@ -124,7 +124,7 @@ int exitFromWork() {
     last.queue = DispatchQueue::make("busy");
     static const auto other = DispatchQueue::make("other");
     other->async([] {
-        std::this_thread::sleep_for(20ms);
+        std::this_thread::sleep_for(milliseconds(20));
         last.queue->sync([] { say(" other"); });
     });
     last.queue->async([] {
@@ -160,9 +160,9 @@ int threadsStillHandOver() {
 
 int lastReferenceGoneOnOwnThread() {
     auto queue = DispatchQueue::make("own");
-    queue->async([queue] { std::this_thread::sleep_for(20ms); });
+    queue->async([queue] { std::this_thread::sleep_for(milliseconds(20)); });
     queue->async([] {
-        std::this_thread::sleep_for(20ms);
+        std::this_thread::sleep_for(milliseconds(20));
         say("late");
     });
     queue.reset();
@@ -195,7 +195,7 @@ int unusedChildOfForkExits() {
 int childOfWorkExits(bool whileParentExits) {
     static const auto queue = DispatchQueue::make("forking");
     queue->async([] {
-        std::this_thread::sleep_for(20ms);
+        std::this_thread::sleep_for(milliseconds(20));
         const pid_t child = fork();
         if (child == 0) {
             queue->async([] { say("child "); });

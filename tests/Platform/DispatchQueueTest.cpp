@@ -21,7 +21,7 @@
 namespace velora::test {
 namespace {
 
-using std::chrono_literals::operator""ms;
+using std::chrono::milliseconds;
 
 /// Keeps a queue's thread busy from its construction until `open()`.
 class Barrier {
@@ -306,7 +306,7 @@ TEST(DispatchQueue, EndsABatchBeforeItGoesIdle) {
     Signalling end;
     queue->async([&] { DispatchQueue::atEndOfBatch(end); });
     end.ended.acquire();
-    std::this_thread::sleep_for(30ms);
+    std::this_thread::sleep_for(milliseconds(30));
     queue->async([&] { DispatchQueue::atEndOfBatch(end); });
     end.ended.acquire();
 }
@@ -422,7 +422,7 @@ TEST(DispatchQueue, MakesAThreadWaitWhileItIsFull) {
     while (handedOver < capacity - 1) {
         std::this_thread::yield();
     }
-    std::this_thread::sleep_for(20ms);
+    std::this_thread::sleep_for(milliseconds(20));
     EXPECT_EQ(handedOver, capacity - 1);
     opened = true;
     barrier.open();
@@ -438,6 +438,7 @@ TEST(DispatchQueue, LosesNothingWhereManyThreadsFindItFull) {
         int ran = 0;
         {
             std::vector<std::jthread> producers;
+            producers.reserve(4);
             for (int producer = 0; producer < 4; ++producer) {
                 producers.emplace_back([&] {
                     for (int number = 0; number < 2000; ++number) {
@@ -514,9 +515,9 @@ TEST(DispatchQueue, StopsAndRestartsBeingIdleWithoutLosingWork) {
     std::atomic<int> ran = 0;
     int handedOver = 0;
     // Pauses shorter and longer than the time that the thread lingers.
-    for (const auto pause : {0ms, 1ms, 3ms, 7ms, 8ms, 9ms, 20ms, 40ms}) {
+    for (const auto pause : {0, 1, 3, 7, 8, 9, 20, 40}) {
         for (int repeat = 0; repeat < 5; ++repeat) {
-            std::this_thread::sleep_for(pause);
+            std::this_thread::sleep_for(milliseconds(pause));
             queue->async([&] { ++ran; });
             ++handedOver;
         }
@@ -644,6 +645,7 @@ TEST_F(DispatchQueueInForkedChild, WorksThoughOtherThreadsHandedOverWhileForking
     std::atomic<bool> stop = false;
     std::vector<std::jthread> producers;
     std::array<std::array<Ball, 64>, 2> balls;
+    producers.reserve(balls.size());
     for (auto& own : balls) {
         producers.emplace_back([&] {
             while (!stop) {
