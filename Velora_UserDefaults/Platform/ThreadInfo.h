@@ -13,7 +13,7 @@ namespace velora {
 
 /// Whether the calling thread is the process's main thread, the one that `main` runs on. In a forked child that is
 /// the thread that forked. Costs a few nanoseconds after a thread's first call.
-bool isMainThread();
+VELORA_EXPORT bool isMainThread();
 
 /// The calling thread's name, if it was given one of its own.
 ///
@@ -24,11 +24,11 @@ bool isMainThread();
 /// the program's, nor the one that the main thread has when this name is first met. What that rule cannot see: a thread
 /// that inherited the name of a named thread other than the main one counts as named, one that was explicitly
 /// given the program's or the main thread's name does not.
-std::optional<std::string> currentThreadName();
+VELORA_EXPORT std::optional<std::string> currentThreadName();
 
 /// Appends the calling thread's name to `text` and returns true, or returns false if it has none: as
 /// `currentThreadName` without making a string of its own.
-bool appendCurrentThreadName(std::string& text);
+VELORA_EXPORT bool appendCurrentThreadName(std::string& text);
 
 /// Names the calling thread, for the thread column of log lines and for the kernel, that is for debuggers and `ps -L`.
 ///
@@ -39,6 +39,6 @@ VELORA_EXPORT void setCurrentThreadName(std::string_view name);
 
 /// The calling thread's address as text, as `printf` prints the value of `pthread_self()` by %p:
 /// "0x7f3a1c9e5740". Stays the same in the child for the thread that forks.
-std::string currentThreadIdentifierText();
+VELORA_EXPORT std::string currentThreadIdentifierText();
 
 }  // namespace velora

@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cmath>
 #include <cstddef>
+#include <string_view>
 
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/Color.h>
 
@@ -16,9 +16,12 @@ double component(double number) noexcept {
 
 /// The value of one hexadecimal digit, or nothing.
 std::optional<int> digitValue(char digit) noexcept {
-    int value = 0;
-    const auto [end, error] = std::from_chars(&digit, &digit + 1, value, 16);
-    return error == std::errc() ? std::optional(value) : std::nullopt;
+    constexpr std::string_view digits = "0123456789abcdefABCDEF";
+    const std::size_t position = digits.find(digit);
+    if (position == std::string_view::npos) {
+        return std::nullopt;
+    }
+    return static_cast<int>(position < 16 ? position : position - 6);
 }
 
 }  // namespace
