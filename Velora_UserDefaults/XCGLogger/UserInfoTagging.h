@@ -77,6 +77,7 @@ class UserInfoName {
 public:
     explicit UserInfoName(LiteralText name) : name_(SourceText::referringTo(name.view())) {}
     template <RuntimeText Text>
+    // NOLINTNEXTLINE(bugprone-forwarding-reference-overload): no name is text itself
     explicit UserInfoName(Text&& name) : name_(std::string(std::forward<Text>(name))) {}
 
     /// The same as the constructor, for those who like the call to read so: `Tag::name("net")`.

@@ -31,7 +31,7 @@ public:
     FilterItems(std::initializer_list<std::string> items) : items_(items) {}
 
     template <FilterItemSource Range>
-    FilterItems(Range&& items) {  // NOLINT(google-explicit-constructor)
+    FilterItems(Range&& items) {  // NOLINT(bugprone-forwarding-reference-overload): the concept excludes these
         for (auto&& item : items) {
             items_.emplace_back(std::forward<decltype(item)>(item));
         }
