@@ -5,9 +5,9 @@
 
 #include <atomic>
 #include <benchmark/benchmark.h>
+#include <csignal>
 #include <cstdint>
 #include <filesystem>
-#include <signal.h>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>

@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <unordered_set>
 #include <utility>
 
 #include <Velora_UserDefaults/Platform/DefaultsStore.h>
@@ -29,15 +30,16 @@ bool store(DefaultsStoreEngine& engine, std::string_view key, const std::optiona
 /// The members of a document that count, in order.
 std::vector<DefaultsStore::Entry> entriesOf(const DefaultsStoreDocument& document) {
     std::vector<DefaultsStore::Entry> entries;
-    DefaultsStoreDocument seen;
-    const auto& members = document.members();
-    for (auto member = members.rbegin(); member != members.rend(); ++member) {
-        if (member->key && seen.set(*member->key, "0")) {
-            DefaultsStoreValue value = DefaultsStoreValue::fromJSON(member->json);
+    std::unordered_set<std::string_view> seen;
+    const auto add = [&](const DefaultsStoreDocument::Member& member) {
+        if (member.key && seen.insert(*member.key).second) {
+            DefaultsStoreValue value = DefaultsStoreValue::fromJSON(member.json);
             entries.push_back(
-                {.key = *member->key, .type = value.type, .text = std::move(value.text), .json = member->json});
+                {.key = *member.key, .type = value.type, .text = std::move(value.text), .json = member.json});
         }
-    }
+    };
+    const auto& members = document.members();
+    std::for_each(members.rbegin(), members.rend(), add);
     std::reverse(entries.begin(), entries.end());
     return entries;
 }
@@ -47,7 +49,7 @@ std::vector<DefaultsStore::Entry> entriesOf(const DefaultsStoreDocument& documen
 DefaultsStore& DefaultsStore::standard() {
     // Never destroyed: destructors of static objects, and threads that outlive main, may still ask for a preference.
     static DefaultsStore& store = []() -> DefaultsStore& {
-        std::string path = standardPath();
+        const std::string path = standardPath();
         auto* opened = new DefaultsStore(path);
         if (path.empty()) {
             opened->engine_->report(std::string(noHome));
@@ -57,7 +59,7 @@ DefaultsStore& DefaultsStore::standard() {
     return store;
 }
 
-DefaultsStore::DefaultsStore(std::string path)
+DefaultsStore::DefaultsStore(const std::string& path)
     : engine_(std::make_unique<DefaultsStoreEngine>(path.empty() ? std::string() : resolvedStorePath(path))) {}
 
 DefaultsStore::~DefaultsStore() = default;

@@ -105,7 +105,7 @@ public:
 
     /// Opens the store in the file at `path`, which need not exist. An empty path makes a store in memory only.
     /// Nothing is read before the first operation; missing folders are made then, with mode 0700, the file with 0600.
-    explicit DefaultsStore(std::string path);
+    explicit DefaultsStore(const std::string& path);
     DefaultsStore(const DefaultsStore&) = delete;
     DefaultsStore& operator=(const DefaultsStore&) = delete;
     ~DefaultsStore();

@@ -1,12 +1,12 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <ctime>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <limits>
 #include <sys/file.h>
 #include <thread>
-#include <time.h>
 #include <unistd.h>
 #include <utility>
 

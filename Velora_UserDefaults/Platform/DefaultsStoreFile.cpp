@@ -1,12 +1,12 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
+#include <cstdio>
 #include <fcntl.h>
-#include <signal.h>
 #include <filesystem>
 #include <fmt/chrono.h>
 #include <fmt/format.h>
-#include <stdio.h>
 #include <system_error>
 #include <unistd.h>
 

@@ -1,12 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 #include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
-#include <time.h>
 #include <utility>
 
 /// What the defaults store does with its file, the folder and the lock file: plain system calls, no state. Internal.

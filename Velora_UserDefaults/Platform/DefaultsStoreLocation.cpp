@@ -1,6 +1,6 @@
 #include <array>
+#include <cstdlib>
 #include <pwd.h>
-#include <stdlib.h>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>

@@ -1,12 +1,12 @@
 #include <array>
 #include <charconv>
+#include <clocale>
 #include <cmath>
+#include <cstdlib>
 #include <fmt/format.h>
 #include <limits>
-#include <locale.h>
 #include <nlohmann/json.hpp>
 #include <pwd.h>
-#include <stdlib.h>
 #include <unistd.h>
 #include <utility>
 

@@ -1,7 +1,7 @@
+#include <cstdlib>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <string>
 
 #include <Velora_UserDefaults/Platform/DefaultsStore.h>

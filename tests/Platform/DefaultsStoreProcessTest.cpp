@@ -4,6 +4,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
@@ -12,7 +13,6 @@
 #include <map>
 #include <memory>
 #include <random>
-#include <signal.h>
 #include <spawn.h>
 #include <string>
 #include <sys/wait.h>
@@ -134,6 +134,7 @@ int countInThreads(const std::string& file, int process) {
     std::array<std::int64_t, threadsPerProcess> last{};
     {
         std::vector<std::jthread> threads;
+        threads.reserve(threadsPerProcess);
         for (int thread = 0; thread < threadsPerProcess; ++thread) {
             threads.emplace_back([&, thread, key = keyOf(process, thread)] {
                 for (std::int64_t number = 1; !stop; ++number) {
@@ -199,6 +200,7 @@ TEST_F(DefaultsStoreProcesses, LoseNoneOfTheirWritesWhileOthersRead) {
     DefaultsStore store(file);
     const Reports reports(store);
     std::vector<std::unique_ptr<Process>> writers;
+    writers.reserve(processes);
     for (int process = 0; process < processes; ++process) {
         writers.push_back(
             std::make_unique<Process>(std::vector<std::string>{"countInThreads", file, std::to_string(process)}));
@@ -280,6 +282,7 @@ TEST_F(DefaultsStoreProcesses, GoOnOnBothSidesOfAFork) {
     DefaultsStore store(file);
     std::atomic<bool> stop{false};
     std::vector<std::jthread> threads;
+    threads.reserve(3);
     for (int thread = 0; thread < 3; ++thread) {
         threads.emplace_back([&, key = "parent " + std::to_string(thread)] {
             for (std::int64_t number = 1; !stop; ++number) {
@@ -315,7 +318,7 @@ TEST_F(DefaultsStoreProcesses, SeeAnEditByHandWithin50Milliseconds) {
     }
 }
 
-TEST_F(DefaultsStoreProcesses, SeeAnEditByHandThatLeavesTheStampsAsTheyWere) {
+TEST_F(DefaultsStoreProcesses, SeeTheSecondOfTwoEditsInQuickSuccession) {
     DefaultsStore store(file);
     for (int round = 10; round < 60; ++round) {
         writeFile(file, "{\"number\": " + std::to_string(round) + "}");

@@ -43,7 +43,7 @@ TEST_F(DefaultsStoreTest, KeepsStrings) {
     const std::string texts[] = {"",
                                  "plain",
                                  "two\nlines\r\n\ttabbed",
-                                 "\"quoted\" and \\escaped\\",
+                                 R"("quoted" and \escaped\)",
                                  "Grüße, 世界 🙂",
                                  "{}",
                                  "true",

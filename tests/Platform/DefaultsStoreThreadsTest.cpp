@@ -28,6 +28,7 @@ TEST(DefaultsStoreThreads, MayDoEverythingAtOnce) {
         });
     };
     std::vector<std::jthread> threads;
+    threads.reserve(10);
     for (int reader = 0; reader < 3; ++reader) {
         threads.push_back(repeat([&store, seen = std::int64_t{0}](std::int64_t) mutable {
             const std::int64_t number = store.integer("number");
@@ -52,7 +53,7 @@ TEST(DefaultsStoreThreads, MayDoEverythingAtOnce) {
     threads.push_back(repeat([&store](std::int64_t) { store.allValues(); }));
     // Threads that come and go take their part of the store with them.
     for (int brief = 0; brief < 200; ++brief) {
-        std::jthread([&store] { store.integer("number"); });
+        std::jthread([&store] { store.integer("number"); }).join();
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     stop = true;
