@@ -6,9 +6,11 @@
 
 void usePlatform(const std::string& folder);
 void useLogging(const std::string& folder);
+void useRotationAndPreferences(const std::string& folder);
 
 int main(int count, char** arguments) {
     const std::string folder = count > 1 ? arguments[1] : ".";
     usePlatform(folder);
     useLogging(folder);
+    useRotationAndPreferences(folder);
 }
