@@ -5,7 +5,6 @@
 #include <Velora_UserDefaults/Platform/FileManager.h>
 #include <Velora_UserDefaults/UserDefaults/PreferenceTable.h>
 #include <Velora_UserDefaults/UserDefaults/UserDefaultsManager.h>
-#include <Velora_UserDefaults/XCGLogger/XCGLogger.h>
 
 namespace velora {
 
@@ -21,8 +20,7 @@ std::optional<std::string> storedText(Preference preference) {
 
 }  // namespace
 
-// Never destroyed: a static destructor may still change a preference.
-std::atomic<std::shared_ptr<XCGLogger>>& logger = *new std::atomic<std::shared_ptr<XCGLogger>>;
+constinit SharedLogger logger;
 
 UserDefaultsManager& UserDefaultsManager::shared() {
     static UserDefaultsManager& instance = *new UserDefaultsManager;

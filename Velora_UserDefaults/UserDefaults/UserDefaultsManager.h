@@ -1,8 +1,6 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,17 +8,16 @@
 #include <Velora_UserDefaults/Platform/Export.h>
 #include <Velora_UserDefaults/Platform/URL.h>
 #include <Velora_UserDefaults/UserDefaults/PreferenceTypes.h>
+#include <Velora_UserDefaults/UserDefaults/SharedLogger.h>
 
 namespace velora {
-
-class XCGLogger;
 
 /// The logger that changes of preferences are announced through: none until the host assigns one.
 ///
 ///     velora::logger = log;
 ///
 /// May be replaced or cleared at any time from any thread; each change reads it once.
-extern VELORA_EXPORT std::atomic<std::shared_ptr<XCGLogger>>& logger;
+extern VELORA_EXPORT SharedLogger logger;
 
 /// The application's persistent settings as typed properties over the user's defaults store.
 ///

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <memory>
+
+#include <Velora_UserDefaults/Platform/Export.h>
+
+namespace velora {
+
+class XCGLogger;
+
+/// A place for a logger, or for none, that any thread may read, replace or clear at any time. Usable from the
+/// constructors and destructors of static objects, and on both sides of a `fork`.
+///
+/// What was read stays usable however the place changes afterwards. All objects of this class are the same place.
+class VELORA_EXPORT SharedLogger {
+public:
+    constexpr SharedLogger() = default;
+    SharedLogger(const SharedLogger&) = delete;
+    SharedLogger& operator=(const SharedLogger&) = delete;
+    ~SharedLogger() = default;
+
+    /// The logger that was assigned last; null if there is none.
+    std::shared_ptr<XCGLogger> load() const;
+    /// The same, so that the place can be read like a pointer.
+    operator std::shared_ptr<XCGLogger>() const { return load(); }  // NOLINT(google-explicit-constructor)
+
+    /// Puts `logger` in the place of the one before; null clears it.
+    void store(std::shared_ptr<XCGLogger> logger);
+    /// The same, as an assignment.
+    void operator=(std::shared_ptr<XCGLogger> logger);  // NOLINT(misc-unconventional-assign-operator)
+};
+
+}  // namespace velora
