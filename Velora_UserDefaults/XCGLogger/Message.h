@@ -32,14 +32,29 @@ concept Streamable = requires(std::ostream& stream, const Value& value) {
     stream << value;
 };
 
+template <typename Type>
+concept FunctionPointer = std::is_pointer_v<Type> && std::is_function_v<std::remove_pointer_t<Type>>;
+
+/// A function, or a closure that turns into one. Streams and {fmt} would show it as a boolean.
+template <typename Value>
+concept FunctionLike = requires(const Value& value) {
+    { +value } -> FunctionPointer;
+};
+
 /// A value whose text a log line can show: text, anything that {fmt} formats (numbers, collections,
 /// types with a formatter) and anything with an `operator<<`.
 template <typename Value>
-concept Renderable = TextLike<Value> || fmt::is_formattable<Value>::value || Streamable<Value>;
+concept Renderable = !std::is_void_v<Value> && !FunctionLike<Value> &&
+                     (TextLike<Value> || fmt::is_formattable<Value>::value || Streamable<Value>);
+
+template <typename Value>
+inline constexpr bool isLoggable = Renderable<Value> || std::same_as<Value, std::nullopt_t>;
+template <typename Value>
+inline constexpr bool isLoggable<std::optional<Value>> = isLoggable<Value>;
 
 /// As `Renderable`, or an optional of one: an empty optional logs nothing.
 template <typename Value>
-concept Loggable = Renderable<Value> || std::same_as<Value, std::nullopt_t> || isOptional<Value>;
+concept Loggable = isLoggable<Value>;
 
 /// A closure that takes nothing and returns a message.
 template <typename Closure>
@@ -53,7 +68,8 @@ VELORA_EXPORT void appendStreamed(std::string& out, void (*write)(std::ostream& 
 VELORA_EXPORT void appendFormatted(std::string& out, fmt::string_view format, fmt::format_args arguments);
 
 /// Appends the default text of `value` to `out`; returns false, appending nothing, if it is an empty
-/// optional. Text is taken as it is, booleans are "true" and "false", a null text is "(null)".
+/// optional. Text is taken as it is, booleans are "true" and "false", a null text is "(null)". A type
+/// with an `operator<<` of its own is shown by that, even if it is a collection too.
 template <Loggable Value>
 bool render(const Value& value, std::string& out) {
     if constexpr (std::same_as<Value, std::nullopt_t>) {
@@ -70,7 +86,8 @@ bool render(const Value& value, std::string& out) {
     } else if constexpr (std::convertible_to<const Value&, std::string>) {
         out += static_cast<std::string>(value);
         return true;
-    } else if constexpr (Streamable<Value> && !fmt::is_formattable<Value>::value) {
+    } else if constexpr (Streamable<Value> &&
+                         (!fmt::is_formattable<Value>::value || fmt::is_range<Value, char>::value)) {
         appendStreamed(
             out, [](std::ostream& stream, const void* object) { stream << *static_cast<const Value*>(object); },
             &value);
@@ -80,6 +97,8 @@ bool render(const Value& value, std::string& out) {
         return true;
     }
 }
+
+class MessageClosure;
 
 /// Refers to a log call's message without making its text: a value, or a closure that makes one.
 ///
@@ -91,12 +110,10 @@ public:
     requires(!std::same_as<std::remove_cvref_t<Message>, MessageReference>) &&
         (MessageMaker<std::remove_reference_t<Message>> || Loggable<std::remove_cvref_t<Message>>)MessageReference(
             Message&& message)  // NOLINT(google-explicit-constructor, bugprone-forwarding-reference-overload)
-        : message_(const_cast<void*>(static_cast<const void*>(std::addressof(message)))),
+        : message_(addressOf(message)),
     render_([](void* object, std::string& out) {
-        auto& typed = *static_cast<std::remove_reference_t<Message>*>(object);
-        if constexpr (requires {
-                          { typed.render(out) } -> std::same_as<bool>;
-                      }) {
+        auto& typed = *typedAddress<std::remove_reference_t<Message>>(object);
+        if constexpr (std::same_as<std::remove_cvref_t<Message>, MessageClosure>) {
             return typed.render(out);
         } else if constexpr (MessageMaker<std::remove_reference_t<Message>>) {
             return velora::render(std::invoke(typed), out);
@@ -120,6 +137,24 @@ public:
 private:
     MessageReference(void* message, bool (*render)(void* message, std::string& out)) noexcept
         : message_(message), render_(render) {}
+
+    // A closure may be a plain function, whose address POSIX lets a pointer to an object hold.
+    template <typename Message>
+    static void* addressOf(Message& message) noexcept {
+        if constexpr (std::is_function_v<Message>) {
+            return reinterpret_cast<void*>(&message);
+        } else {
+            return const_cast<void*>(static_cast<const void*>(std::addressof(message)));
+        }
+    }
+    template <typename Message>
+    static Message* typedAddress(void* address) noexcept {
+        if constexpr (std::is_function_v<Message>) {
+            return reinterpret_cast<Message*>(address);
+        } else {
+            return static_cast<Message*>(address);
+        }
+    }
 
     void* message_;
     bool (*render_)(void* message, std::string& out);
