@@ -12,6 +12,12 @@ std::optional<URL> urlHeldAs(const std::any& value) {
 
 }  // namespace
 
+FileTarget::FileTarget(const char* path) {
+    if (path != nullptr) {
+        url_ = URL::fileURL(path);
+    }
+}
+
 FileTarget::FileTarget(const URL& url) {
     if (url.isFileURL()) {
         url_ = url;
@@ -20,8 +26,9 @@ FileTarget::FileTarget(const URL& url) {
 
 FileTarget::FileTarget(const std::any& value) {
     using Reader = std::optional<URL> (*)(const std::any&);
-    static constexpr Reader readers[] = {urlHeldAs<std::string>, urlHeldAs<const char*>, urlHeldAs<std::string_view>,
-                                         urlHeldAs<std::filesystem::path>, urlHeldAs<URL>};
+    static constexpr Reader readers[] = {
+        urlHeldAs<std::string>,      urlHeldAs<const char*>,           urlHeldAs<char*>,
+        urlHeldAs<std::string_view>, urlHeldAs<std::filesystem::path>, urlHeldAs<URL>};
     for (const Reader read : readers) {
         if (std::optional<URL> url = read(value)) {
             url_ = std::move(url);

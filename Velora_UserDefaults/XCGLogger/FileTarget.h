@@ -15,11 +15,11 @@ namespace velora {
 /// Where a log file is or an archive shall go: a path or a file URL, in any of the forms that a host has
 /// at hand.
 ///
-/// Text is always a path, never parsed as a URL. A URL that is no file URL, and a `std::any` that holds
-/// neither text, a path nor a URL, are no target: `url()` is empty. A value; not synchronised.
+/// Text is always a path, never parsed as a URL. A null text, a URL that is no file URL, and a `std::any`
+/// that holds neither text, a path nor a URL, are no target: `url()` is empty. A value; not synchronised.
 class VELORA_EXPORT FileTarget {
 public:
-    FileTarget(const char* path) : url_(URL::fileURL(path)) {}         // NOLINT(google-explicit-constructor)
+    FileTarget(const char* path);                                      // NOLINT(google-explicit-constructor)
     FileTarget(std::string_view path) : url_(URL::fileURL(path)) {}    // NOLINT(google-explicit-constructor)
     FileTarget(const std::string& path) : url_(URL::fileURL(path)) {}  // NOLINT(google-explicit-constructor)
     FileTarget(const std::filesystem::path& path)                      // NOLINT(google-explicit-constructor)
