@@ -44,8 +44,6 @@ public:
               }
           }) {}
 
-    bool isAbsent() const noexcept { return resolve_ == nullptr; }
-
     /// The user info itself; `storage` holds it if it had to be made.
     const UserInfo& resolve(UserInfo& storage) const {
         return resolve_ == nullptr ? storage : resolve_(source_, storage);

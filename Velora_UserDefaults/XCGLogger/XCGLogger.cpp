@@ -19,37 +19,48 @@ namespace velora {
 
 namespace {
 
-/// The record of the running log call, kept for the thread's next one so that its text need not be
+/// A record of the running log call, kept for the thread's next one so that its text need not be
 /// allocated anew each time.
-class CallRecord {
+template <typename Purpose>
+class KeptRecord {
 public:
-    CallRecord() = default;
-    CallRecord(const CallRecord&) = delete;
-    CallRecord& operator=(const CallRecord&) = delete;
-    ~CallRecord() {
+    KeptRecord() = default;
+    KeptRecord(const KeptRecord&) = delete;
+    KeptRecord& operator=(const KeptRecord&) = delete;
+    ~KeptRecord() {
         // What the host put in must not outlive the call, nor must the memory of an unusually long text.
         constexpr std::size_t keptCapacity = 16'384;
-        record_->userInfo.clear();
-        if (record_->message.capacity() > keptCapacity) {
-            record_->message = std::string();
+        kept_->record.userInfo.clear();
+        if (kept_->record.message.capacity() > keptCapacity) {
+            std::string().swap(kept_->record.message);
         }
     }
 
-    LogDetails& operator*() const noexcept { return *record_; }
-    LogDetails* operator->() const noexcept { return &*record_; }
+    LogDetails& operator*() const noexcept { return kept_->record; }
+    LogDetails* operator->() const noexcept { return &kept_->record; }
 
 private:
-    Reused<LogDetails> record_;
+    struct Kept {
+        LogDetails record;
+    };
+
+    Reused<Kept> kept_;
 };
 
+using CallRecord = KeptRecord<struct OfTheCall>;
 /// The copy that all accepting destinations but the last one get, one after the other.
-struct RecordCopy {
-    LogDetails record;
-};
+using RecordCopy = KeptRecord<struct ForOneDestination>;
 
 struct AcceptingDestinations {
     std::vector<DestinationProtocol*> list;
 };
+
+/// Whether a destination accepts a call at `level`; one that throws instead of answering does not.
+bool accepts(const DestinationProtocol& destination, Level level) {
+    bool isAccepting = false;
+    reportingExceptions([&] { isAccepting = destination.isEnabledFor(level); });
+    return isAccepting;
+}
 
 LogDetails internalRecord(std::string_view message, Level level, Date date) {
     return {.level = level,
@@ -173,7 +184,7 @@ bool XCGLogger::isEnabledFor(Level level) const {
 
 void XCGLogger::logln(Level level, const SourceLocation& place, UserInfoReference userInfo, MessageReference message) {
     for (std::size_t index = 0; index < destinations_.size(); ++index) {
-        if (destinations_[index]->isEnabledFor(level)) {
+        if (accepts(*destinations_[index], level)) {
             reportingExceptions([&] { logAccepted(index, level, place, userInfo, message); });
             return;
         }
@@ -186,7 +197,7 @@ void XCGLogger::logAccepted(std::size_t firstAccepting, Level level, const Sourc
     const Reused<AcceptingDestinations> accepting;
     accepting->list.assign(1, destinations_[firstAccepting].get());
     for (std::size_t index = firstAccepting + 1; index < destinations_.size(); ++index) {
-        if (destinations_[index]->isEnabledFor(level)) {
+        if (accepts(*destinations_[index], level)) {
             accepting->list.push_back(destinations_[index].get());
         }
     }
@@ -201,20 +212,19 @@ void XCGLogger::logAccepted(std::size_t firstAccepting, Level level, const Sourc
     record->functionName.assign(place.functionName, place.isStatic);
     record->fileName.assign(place.fileName, place.isStatic);
     record->lineNumber = place.lineNumber;
-    if (!userInfo.isAbsent()) {
-        UserInfo storage;
-        record->userInfo = userInfo.resolve(storage);
+    const UserInfo& resolved = userInfo.resolve(record->userInfo);
+    if (&resolved != &record->userInfo) {
+        record->userInfo = resolved;
     }
 
     DestinationProtocol* const last = accepting->list.back();
     accepting->list.pop_back();
     if (!accepting->list.empty()) {
-        const Reused<RecordCopy> copy;
+        const RecordCopy copy;
         for (DestinationProtocol* const destination : accepting->list) {
-            copy->record = *record;
-            reportingExceptions([&] { destination->process(copy->record); });
+            *copy = *record;
+            reportingExceptions([&] { destination->process(*copy); });
         }
-        copy->record.userInfo.clear();
     }
     last->process(*record);
 }
@@ -241,7 +251,7 @@ void XCGLogger::logAppDetails(DestinationProtocol* selectedDestination) {
             continue;
         }
         for (LogDetails record : records) {
-            if (destination->isEnabledFor(Level::info)) {
+            if (accepts(*destination, Level::info)) {
                 destination->setHaveLoggedAppDetails(true);
                 reportingExceptions([&] { destination->processInternal(record); });
             }
@@ -257,7 +267,7 @@ void XCGLogger::_logln(std::string_view message, Level level, const DestinationP
         if (level >= Level::error && source != nullptr && destination->identifier() == source->identifier()) {
             continue;
         }
-        if (destination->isEnabledFor(level)) {
+        if (accepts(*destination, level)) {
             LogDetails copy = record;
             reportingExceptions([&] { destination->processInternal(copy); });
         }

@@ -28,7 +28,7 @@ public:
     ~LineBuffer() {
         constexpr std::size_t keptCapacity = 16'384;
         if (text_->capacity() > keptCapacity) {
-            *text_ = std::string();
+            std::string().swap(*text_);
         }
     }
     std::string& text() const noexcept { return *text_; }
