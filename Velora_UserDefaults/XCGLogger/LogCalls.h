@@ -107,7 +107,8 @@ private:
 };
 
 /// The conditional execution of one level: `log->infoExec([&] { dumpState(); })` runs the closure, on
-/// the calling thread, only if the logger's own threshold lets the level through.
+/// the calling thread, only if the logger's own threshold lets the level through. What the closure
+/// throws goes to the caller.
 template <typename Target>
 class ExecCalls {
 public:

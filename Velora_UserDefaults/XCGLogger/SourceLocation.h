@@ -16,7 +16,8 @@ namespace velora {
 /// Every log call captures its own by a default argument; a host that forwards calls passes the one
 /// it captured. It refers to its texts and lives no longer than the call it is passed to.
 struct SourceLocation {
-    /// The calling function's name, without parameters.
+    /// The calling function's name as the compiler gives it: without parameters; of a template, g++ adds
+    /// the arguments ("parse<int>").
     std::string_view functionName;
     /// The path of the calling source file, as the compiler was given it.
     std::string_view fileName;

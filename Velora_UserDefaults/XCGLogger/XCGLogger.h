@@ -140,7 +140,7 @@ public:
         logln(level, place, userInfo, MessageReference(closure));
     }
 
-    /// Runs `closure`, on this thread, only if `isEnabledFor(level)`.
+    /// Runs `closure`, on this thread, only if `isEnabledFor(level)`. What it throws goes to the caller.
     template <std::invocable Closure>
     void exec(Level level, Closure&& closure) {
         if (isEnabledFor(level)) {
