@@ -1,0 +1,547 @@
+#include <array>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <optional>
+#include <source_location>
+#include <stdexcept>
+#include <string>
+#include <support/RecordingDestination.h>
+#include <utility>
+#include <vector>
+
+#include <Velora_UserDefaults/XCGLogger/LogCalls.h>
+#include <Velora_UserDefaults/XCGLogger/UserInfoTagging.h>
+
+namespace velora::test {
+namespace {
+
+using ::testing::ElementsAre;
+
+/// The calls `log->info` and so on of a logger of the test's own.
+class OwnCalls {
+public:
+    using Call = LogCalls<OwnLogger>;
+    using Exec = ExecCalls<OwnLogger>;
+
+    XCGLogger& logger() const { return *recorded_.log; }
+    RecordingDestination& recording() const { return *recorded_.recording; }
+
+    std::array<std::pair<Level, const Call*>, 9> calls() const {
+        const XCGLogger& log = logger();
+        return {{{Level::verbose, &log.verbose},
+                 {Level::debug, &log.debug},
+                 {Level::info, &log.info},
+                 {Level::notice, &log.notice},
+                 {Level::warning, &log.warning},
+                 {Level::error, &log.error},
+                 {Level::severe, &log.severe},
+                 {Level::alert, &log.alert},
+                 {Level::emergency, &log.emergency}}};
+    }
+    std::array<std::pair<Level, const Exec*>, 9> execs() const {
+        const XCGLogger& log = logger();
+        return {{{Level::verbose, &log.verboseExec},
+                 {Level::debug, &log.debugExec},
+                 {Level::info, &log.infoExec},
+                 {Level::notice, &log.noticeExec},
+                 {Level::warning, &log.warningExec},
+                 {Level::error, &log.errorExec},
+                 {Level::severe, &log.severeExec},
+                 {Level::alert, &log.alertExec},
+                 {Level::emergency, &log.emergencyExec}}};
+    }
+    template <typename Closure>
+    void exec(Level level, Closure closure) const {
+        logger().exec(level, closure);
+    }
+
+private:
+    RecordedLogger<> recorded_;
+};
+
+/// The calls `XCGLogger::Default::info` and so on, with a recording destination alone in the shared logger.
+class ClassLevelCalls {
+public:
+    using Call = LogCalls<DefaultLogger>;
+    using Exec = ExecCalls<DefaultLogger>;
+
+    ClassLevelCalls() {
+        removeDestinations(logger());
+        hideColumns(*recording_);
+        recording_->setOutputLevel(Level::verbose);
+        logger().add(recording_);
+    }
+    ClassLevelCalls(const ClassLevelCalls&) = delete;
+    ClassLevelCalls& operator=(const ClassLevelCalls&) = delete;
+    ~ClassLevelCalls() {
+        removeDestinations(logger());
+        logger().setOutputLevel(Level::debug);
+        logger().setNoMessageClosure([] { return ""; });
+    }
+
+    XCGLogger& logger() const { return *XCGLogger::defaultInstance(); }
+    RecordingDestination& recording() const { return *recording_; }
+
+    static std::array<std::pair<Level, const Call*>, 9> calls() {
+        using Default = XCGLogger::Default;
+        return {{{Level::verbose, &Default::verbose},
+                 {Level::debug, &Default::debug},
+                 {Level::info, &Default::info},
+                 {Level::notice, &Default::notice},
+                 {Level::warning, &Default::warning},
+                 {Level::error, &Default::error},
+                 {Level::severe, &Default::severe},
+                 {Level::alert, &Default::alert},
+                 {Level::emergency, &Default::emergency}}};
+    }
+    static std::array<std::pair<Level, const Exec*>, 9> execs() {
+        using Default = XCGLogger::Default;
+        return {{{Level::verbose, &Default::verboseExec},
+                 {Level::debug, &Default::debugExec},
+                 {Level::info, &Default::infoExec},
+                 {Level::notice, &Default::noticeExec},
+                 {Level::warning, &Default::warningExec},
+                 {Level::error, &Default::errorExec},
+                 {Level::severe, &Default::severeExec},
+                 {Level::alert, &Default::alertExec},
+                 {Level::emergency, &Default::emergencyExec}}};
+    }
+    template <typename Closure>
+    static void exec(Level level, Closure closure) {
+        XCGLogger::Default::exec(level, closure);
+    }
+
+private:
+    std::shared_ptr<RecordingDestination> recording_ = make<RecordingDestination>(nullptr, "recording");
+};
+
+/// What a call is expected to have left in the record.
+struct Expected {
+    std::string message;
+    std::string functionName = "operator()";
+    std::string fileName = __FILE__;
+    std::int64_t lineNumber = 0;
+    std::vector<std::string> userInfoKeys = {};
+};
+
+template <typename Form>
+class EveryLogCall : public testing::Test {
+protected:
+    /// Makes the call at each of the nine levels, where nothing but its one record must arrive. `makeCall`
+    /// gets the call object and returns the line it made its call on.
+    template <typename MakeCall>
+    void expectAtEachLevel(Expected expected, MakeCall makeCall) {
+        for (const auto& [level, call] : form_.calls()) {
+            SCOPED_TRACE(description(level));
+            form_.recording().clear();
+            expected.lineNumber = makeCall(*call);
+            const std::vector<LogDetails> records = form_.recording().records();
+            ASSERT_EQ(records.size(), 1U);
+            EXPECT_EQ(records[0].level, level);
+            EXPECT_EQ(records[0].message, expected.message);
+            EXPECT_EQ(records[0].functionName, std::string_view(expected.functionName));
+            EXPECT_EQ(records[0].fileName, std::string_view(expected.fileName));
+            EXPECT_EQ(records[0].lineNumber, expected.lineNumber);
+            std::vector<std::string> keys;
+            for (const auto& entry : records[0].userInfo) {
+                keys.push_back(entry.first);
+            }
+            EXPECT_EQ(keys, expected.userInfoKeys);
+            EXPECT_THAT(form_.recording().lines(), ElementsAre("> " + expected.message));
+        }
+    }
+
+    template <typename MakeCall>
+    void expectNothingAtEachLevel(MakeCall makeCall) {
+        for (const auto& [level, call] : form_.calls()) {
+            SCOPED_TRACE(description(level));
+            makeCall(*call);
+            EXPECT_EQ(form_.recording().records().size(), 0U);
+        }
+    }
+
+    Form form_;
+};
+
+using Forms = testing::Types<OwnCalls, ClassLevelCalls>;
+class FormNames {
+public:
+    template <typename Form>
+    static std::string GetName(int /*index*/) {
+        return std::is_same_v<Form, OwnCalls> ? "OfALogger" : "OfTheClass";
+    }
+};
+TYPED_TEST_SUITE(EveryLogCall, Forms, FormNames);
+
+const std::string tagsKey(Constants::userInfoKeyTags);
+const std::string devsKey(Constants::userInfoKeyDevs);
+
+/// A place that no call in this file is made at.
+SourceLocation elsewhere() {
+    return {"elsewhere", "/far/away.cpp", 4711};
+}
+
+TYPED_TEST(EveryLogCall, WithoutAMessageLogsTheNoMessageText) {
+    this->expectAtEachLevel({.message = ""}, [](const typename TypeParam::Call& call) {
+        call();
+        return __LINE__ - 1;
+    });
+    this->form_.logger().setNoMessageClosure([] { return 42; });
+    this->expectAtEachLevel({.message = "42"}, [](const typename TypeParam::Call& call) {
+        call();
+        return __LINE__ - 1;
+    });
+    this->expectAtEachLevel({.message = "42", .userInfoKeys = {tagsKey}}, [](const typename TypeParam::Call& call) {
+        call(Tag("net"));
+        return __LINE__ - 1;
+    });
+    this->expectAtEachLevel({.message = "42", .functionName = "elsewhere", .fileName = "/far/away.cpp"},
+                            [](const typename TypeParam::Call& call) {
+                                call(elsewhere());
+                                return 4711;
+                            });
+    this->expectAtEachLevel(
+        {.message = "42", .functionName = "elsewhere", .fileName = "/far/away.cpp", .userInfoKeys = {tagsKey}},
+        [](const typename TypeParam::Call& call) {
+            call(elsewhere(), Tag("net"));
+            return 4711;
+        });
+}
+
+TYPED_TEST(EveryLogCall, WithoutAMessageLogsNothingIfTheNoMessageClosureYieldsNone) {
+    this->form_.logger().setNoMessageClosure([] { return std::nullopt; });
+    this->expectNothingAtEachLevel([](const typename TypeParam::Call& call) { call(); });
+}
+
+TYPED_TEST(EveryLogCall, LogsTextAsItIs) {
+    this->expectAtEachLevel({.message = "text {} %n"}, [](const typename TypeParam::Call& call) {
+        call("text {} %n");
+        return __LINE__ - 1;
+    });
+    this->expectAtEachLevel({.message = "{}"}, [text = std::string("{}")](const typename TypeParam::Call& call) {
+        call(text);
+        return __LINE__ - 1;
+    });
+    this->expectAtEachLevel({.message = "{"}, [](const typename TypeParam::Call& call) {
+        call(std::string_view("{"));
+        return __LINE__ - 1;
+    });
+    this->expectAtEachLevel({.message = ""}, [](const typename TypeParam::Call& call) {
+        call("");
+        return __LINE__ - 1;
+    });
+    this->expectAtEachLevel({.message = "(null)"}, [](const typename TypeParam::Call& call) {
+        call(static_cast<const char*>(nullptr));
+        return __LINE__ - 1;
+    });
+}
+
+TYPED_TEST(EveryLogCall, LogsAValue) {
+    this->expectAtEachLevel({.message = "42"}, [](const typename TypeParam::Call& call) {
+        call(42);
+        return __LINE__ - 1;
+    });
+    this->expectAtEachLevel({.message = "true"}, [](const typename TypeParam::Call& call) {
+        call(true);
+        return __LINE__ - 1;
+    });
+    this->expectAtEachLevel({.message = "[1, 2]"}, [](const typename TypeParam::Call& call) {
+        call(std::vector<int>{1, 2});
+        return __LINE__ - 1;
+    });
+    this->expectAtEachLevel({.message = "Warning"}, [](const typename TypeParam::Call& call) {
+        call(Level::warning);
+        return __LINE__ - 1;
+    });
+    this->expectAtEachLevel({.message = "/tmp/a b"}, [](const typename TypeParam::Call& call) {
+        call(std::filesystem::path("/tmp/a b"));
+        return __LINE__ - 1;
+    });
+    this->expectAtEachLevel({.message = "7"}, [](const typename TypeParam::Call& call) {
+        call(std::optional<int>(7));
+        return __LINE__ - 1;
+    });
+}
+
+TYPED_TEST(EveryLogCall, LogsNothingForAnEmptyOptional) {
+    this->expectNothingAtEachLevel([](const typename TypeParam::Call& call) {
+        call(std::optional<int>());
+        call(std::nullopt);
+        call(Tag("net"), std::optional<std::string>());
+        call([]() -> std::optional<std::string> { return std::nullopt; });
+        call(Tag("net"), [] { return std::optional<int>(); });
+    });
+}
+
+TYPED_TEST(EveryLogCall, LogsAValueWithUserInfo) {
+    this->expectAtEachLevel({.message = "{}", .userInfoKeys = {devsKey, tagsKey}},
+                            [](const typename TypeParam::Call& call) {
+                                call(Tag("net") | Dev("ann"), "{}");
+                                return __LINE__ - 1;
+                            });
+    this->expectAtEachLevel({.message = "42", .userInfoKeys = {"key"}}, [](const typename TypeParam::Call& call) {
+        call(UserInfo{{"key", 1}}, 42);
+        return __LINE__ - 1;
+    });
+}
+
+TYPED_TEST(EveryLogCall, LogsAValueAtAPlaceTold) {
+    this->expectAtEachLevel({.message = "{}", .functionName = "elsewhere", .fileName = "/far/away.cpp"},
+                            [](const typename TypeParam::Call& call) {
+                                call("{}", elsewhere());
+                                return 4711;
+                            });
+    this->expectAtEachLevel(
+        {.message = "{}", .functionName = "elsewhere", .fileName = "/far/away.cpp", .userInfoKeys = {tagsKey}},
+        [](const typename TypeParam::Call& call) {
+            call("{}", elsewhere(), Tag("net"));
+            return 4711;
+        });
+    this->expectAtEachLevel(
+        {.message = "{}", .functionName = "elsewhere", .fileName = "/far/away.cpp", .userInfoKeys = {tagsKey}},
+        [](const typename TypeParam::Call& call) {
+            call(Tag("net"), "{}", elsewhere());
+            return 4711;
+        });
+}
+
+TYPED_TEST(EveryLogCall, TakesTheStandardsSourceLocation) {
+    const std::source_location here = std::source_location::current();
+    this->expectAtEachLevel({.message = "text", .functionName = here.function_name()},
+                            [&](const typename TypeParam::Call& call) {
+                                call("text", here);
+                                return here.line();
+                            });
+    this->expectAtEachLevel({.message = "text", .functionName = here.function_name()},
+                            [&](const typename TypeParam::Call& call) {
+                                call(here, [] { return "text"; });
+                                return here.line();
+                            });
+}
+
+TYPED_TEST(EveryLogCall, LogsWhatAClosureMakes) {
+    this->expectAtEachLevel({.message = "{}"}, [](const typename TypeParam::Call& call) {
+        call([] { return "{}"; });
+        return __LINE__ - 1;
+    });
+    this->expectAtEachLevel({.message = "7"}, [](const typename TypeParam::Call& call) {
+        call([] { return std::optional<int>(7); });
+        return __LINE__ - 1;
+    });
+    this->expectAtEachLevel({.message = "42", .userInfoKeys = {tagsKey}}, [](const typename TypeParam::Call& call) {
+        call(Tag("net"), [] { return 42; });
+        return __LINE__ - 1;
+    });
+    this->expectAtEachLevel({.message = "42", .functionName = "elsewhere", .fileName = "/far/away.cpp"},
+                            [](const typename TypeParam::Call& call) {
+                                call(elsewhere(), [] { return 42; });
+                                return 4711;
+                            });
+    this->expectAtEachLevel(
+        {.message = "42", .functionName = "elsewhere", .fileName = "/far/away.cpp", .userInfoKeys = {tagsKey}},
+        [](const typename TypeParam::Call& call) {
+            call(elsewhere(), Tag("net"), [] { return 42; });
+            return 4711;
+        });
+}
+
+TYPED_TEST(EveryLogCall, FillsInAFormat) {
+    const int number = 42;
+    this->expectAtEachLevel({.message = "pin length 42"}, [&](const typename TypeParam::Call& call) {
+        call("pin length {}", number);
+        return __LINE__ - 1;
+    });
+    this->expectAtEachLevel({.message = "a-b {} 007 1.50"},
+                            [text = std::string("b")](const typename TypeParam::Call& call) {
+                                call("{}-{} {{}} {:03} {:.2f}", "a", text, 7, 1.5);
+                                return __LINE__ - 1;
+                            });
+    this->expectAtEachLevel({.message = "{}"}, [](const typename TypeParam::Call& call) {
+        call("{}", "{}");
+        return __LINE__ - 1;
+    });
+    this->expectAtEachLevel({.message = "retry 3", .userInfoKeys = {devsKey, tagsKey}},
+                            [](const typename TypeParam::Call& call) {
+                                call(Tag("net") | Dev("ann"), "retry {}", 3);
+                                return __LINE__ - 1;
+                            });
+}
+
+TYPED_TEST(EveryLogCall, DoesNothingBelowTheDestinationsLevel) {
+    int evaluations = 0;
+    struct Costly {
+        int* conversions;
+        operator UserInfo() const {
+            ++*conversions;
+            return {};
+        }
+    };
+    this->form_.recording().setOutputLevel(Level::none);
+    this->form_.logger().setNoMessageClosure([&] { return ++evaluations; });
+    this->expectNothingAtEachLevel([&](const typename TypeParam::Call& call) {
+        const Costly costly{&evaluations};
+        call();
+        call(costly);
+        call("text");
+        call(costly, "text");
+        call([&] { return ++evaluations; });
+        call(costly, [&] { return ++evaluations; });
+        call(elsewhere(), [&] { return ++evaluations; });
+        call("number {}", 1);
+        call(costly, "number {}", 1);
+    });
+    EXPECT_EQ(evaluations, 0);
+}
+
+TYPED_TEST(EveryLogCall, ReachesExactlyTheLevelsFromTheThresholdUp) {
+    for (const Level threshold : Levels::allCases) {
+        this->form_.recording().setOutputLevel(threshold);
+        this->form_.recording().clear();
+        std::vector<Level> expected;
+        for (const auto& [level, call] : this->form_.calls()) {
+            (*call)("text");
+            if (threshold <= level) {
+                expected.push_back(level);
+            }
+        }
+        std::vector<Level> reached;
+        for (const LogDetails& record : this->form_.recording().records()) {
+            reached.push_back(record.level);
+        }
+        EXPECT_EQ(reached, expected) << threshold;
+    }
+}
+
+TYPED_TEST(EveryLogCall, ExecutesAClosureOnlyIfTheLoggersThresholdLetsItsLevelThrough) {
+    for (const Level threshold : Levels::allCases) {
+        this->form_.logger().setOutputLevel(threshold);
+        // What the destinations accept must make no difference.
+        this->form_.recording().setOutputLevel(threshold == Level::none ? Level::verbose : Level::none);
+        for (const auto& [level, exec] : this->form_.execs()) {
+            SCOPED_TRACE(testing::Message() << threshold << " " << level);
+            int runs = 0;
+            (*exec)([&] { ++runs; });
+            EXPECT_EQ(runs, threshold <= level ? 1 : 0);
+            this->form_.exec(level, [&] { ++runs; });
+            EXPECT_EQ(runs, threshold <= level ? 2 : 0);
+        }
+    }
+    EXPECT_EQ(this->form_.recording().records().size(), 0U);
+}
+
+TYPED_TEST(EveryLogCall, LetsTheExceptionOfAnExecutedClosureThrough) {
+    EXPECT_THROW(this->form_.exec(Level::error, [] { throw std::runtime_error("the host's own"); }),
+                 std::runtime_error);
+}
+
+class LogCallPlace : public testing::Test {
+protected:
+    RecordedLogger<> recorded_;
+    XCGLogger& log_ = *recorded_.log;
+
+    void expectPlace(std::string_view functionName, std::int64_t lineNumber) const {
+        const std::vector<LogDetails> records = recorded_.recording->records();
+        ASSERT_EQ(records.size(), 1U);
+        EXPECT_EQ(records[0].functionName, functionName);
+        EXPECT_EQ(records[0].fileName, __FILE__);
+        EXPECT_EQ(records[0].lineNumber, lineNumber);
+    }
+};
+
+int logInAFunction(XCGLogger& log) {
+    log.info("text");
+    return __LINE__ - 1;
+}
+
+template <typename Value>
+int logInATemplate(XCGLogger& log, const Value& value) {
+    log.info("value {}", value);
+    return __LINE__ - 1;
+}
+
+struct LogsInMembers {
+    explicit LogsInMembers(XCGLogger& logger) : log(logger) {}
+    int member() const {
+        log.info(Tag("net"), "text");
+        return __LINE__ - 1;
+    }
+    int operator+(int /*ignored*/) const {
+        log.info([] { return "text"; });
+        return __LINE__ - 1;
+    }
+    XCGLogger& log;
+};
+
+struct LogsWhenMade {
+    explicit LogsWhenMade(XCGLogger& log) {
+        log.info();
+        line = __LINE__ - 1;
+    }
+    int line;
+};
+
+TEST_F(LogCallPlace, IsTheFunction) {
+    expectPlace("logInAFunction", logInAFunction(log_));
+}
+
+TEST_F(LogCallPlace, IsTheTemplateAsTheCompilerNamesIt) {
+    const int line = logInATemplate(log_, 1.5);
+    const std::string name = recorded_.recording->records().at(0).functionName.string();
+    EXPECT_EQ(name.substr(0, name.find('<')), "logInATemplate");
+    expectPlace(name, line);
+}
+
+TEST_F(LogCallPlace, IsTheMemberFunction) {
+    expectPlace("member", LogsInMembers(log_).member());
+}
+
+TEST_F(LogCallPlace, IsTheOperator) {
+    expectPlace("operator+", LogsInMembers(log_) + 1);
+}
+
+TEST_F(LogCallPlace, IsTheConstructor) {
+    expectPlace("LogsWhenMade", LogsWhenMade(log_).line);
+}
+
+TEST_F(LogCallPlace, IsTheLambda) {
+    const auto lambda = [&] {
+        log_.info("{} and {}", 1, 2);
+        return __LINE__ - 1;
+    };
+    expectPlace("operator()", lambda());
+}
+
+TEST_F(LogCallPlace, IsTheCallOfLogln) {
+    constexpr int line = __LINE__ + 1;
+    log_.logln("text", Level::info);
+    expectPlace("TestBody", line);
+}
+
+TEST_F(LogCallPlace, IsTheCallOfLoglnWithAClosure) {
+    constexpr int line = __LINE__ + 1;
+    log_.logln(Level::info, [] { return "text"; });
+    expectPlace("TestBody", line);
+}
+
+// What is no message does not compile, wherever it is put.
+struct Unprintable {};
+template <typename Message>
+concept CanBeLogged = requires(XCGLogger& log, Message message) {
+    log.info(message);
+};
+template <typename Message>
+concept CanBeLoggedWithUserInfo = requires(XCGLogger& log, Message message) {
+    log.info(Tag("net"), message);
+};
+static_assert(CanBeLogged<int> && CanBeLogged<const char*> && CanBeLogged<std::optional<std::string>>);
+static_assert(!CanBeLogged<Unprintable> && !CanBeLogged<std::optional<Unprintable>>);
+static_assert(CanBeLoggedWithUserInfo<int> && !CanBeLoggedWithUserInfo<Unprintable>);
+static_assert(!CanBeLogged<void (*)()> && !CanBeLogged<int (*)(int)>, "a closure makes a message");
+static_assert(!CanBeLogged<decltype([] {})>);
+static_assert(CanBeLogged<std::string (*)()>);
+static_assert(!std::is_copy_constructible_v<LogCalls<OwnLogger>>, "a call belongs to its logger");
+
+}  // namespace
+}  // namespace velora::test
