@@ -60,7 +60,8 @@ TEST(FilterItems, AreCopiedAndMovedAsAWhole) {
     EXPECT_THAT(listed(copy), ElementsAre("a", "b"));
     items = FilterItems{"c"};
     EXPECT_THAT(listed(items), ElementsAre("c"));
-    EXPECT_THAT(listed(std::move(items)), ElementsAre("c"));
+    const FilterItems moved(std::move(items));
+    EXPECT_THAT(listed(moved), ElementsAre("c"));
     const ExcludeFrom excluded{"x"};
     EXPECT_THAT(listed(excluded), ElementsAre("x"));
 }
