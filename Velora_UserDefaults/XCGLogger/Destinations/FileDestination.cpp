@@ -10,6 +10,7 @@
 #include <Velora_UserDefaults/Platform/Text.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/FileDestination.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/LogFile.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/QueuedLine.h>
 #include <Velora_UserDefaults/XCGLogger/EngineGuard.h>
 #include <Velora_UserDefaults/XCGLogger/InternalUserInfo.h>
 #include <Velora_UserDefaults/XCGLogger/XCGLogger.h>
@@ -18,8 +19,10 @@ namespace velora {
 
 namespace {
 
-/// How many files the calling thread holds.
-__attribute__((tls_model("initial-exec"))) thread_local constinit int heldFiles = 0;
+/// Whether the calling thread holds a file, of this destination or another.
+bool holdsAFile() {
+    return QueuedLine::Deferral::isActive();
+}
 
 /// How much a batch gathers before it is written in the middle.
 constexpr std::size_t maximumPendingBytes = 64 * 1'024;
@@ -47,12 +50,12 @@ public:
     /// Writes the lines that other threads left, unless one of them holds the file now and so will write them.
     void writeLinesLeft() {
         while (hasLeft() && lock.try_lock()) {
-            ++heldFiles;
+            QueuedLine::Deferral::begin();
             for (const std::string& line : takeLeft()) {
                 destination_.write(line);
             }
-            --heldFiles;
             lock.unlock();
+            QueuedLine::Deferral::end();
         }
     }
 
@@ -71,7 +74,7 @@ FileDestination::HeldFile::HeldFile(const FileDestination& destination, std::str
     : destination_(destination), isHeld_(true) {
     File& file = *destination_.file_;
     const bool isNested = file.lock.isHeldByThisThread();
-    if (heldFiles == 0) {
+    if (!holdsAFile()) {
         file.lock.lock();
     } else if (!file.lock.try_lock()) {
         isHeld_ = false;
@@ -84,7 +87,7 @@ FileDestination::HeldFile::HeldFile(const FileDestination& destination, std::str
 }
 
 void FileDestination::HeldFile::begin(bool isNested) {
-    ++heldFiles;
+    QueuedLine::Deferral::begin();
     // Lines left here are older than what this thread is going to write. In the middle of a rotation,
     // though, they would meet a closed file.
     if (!isNested) {
@@ -96,12 +99,12 @@ FileDestination::HeldFile::~HeldFile() {
     if (!isHeld_) {
         return;
     }
-    --heldFiles;
     RecursiveLock& lock = destination_.file_->lock;
     lock.unlock();
     if (!lock.isHeldByThisThread()) {
         destination_.file_->writeLinesLeft();
     }
+    QueuedLine::Deferral::end();
 }
 
 FileDestination::FileDestination(Making key, std::shared_ptr<XCGLogger> owner, const FileTarget& writeToFile,
@@ -163,7 +166,7 @@ void FileDestination::setOwner(std::shared_ptr<XCGLogger> owner) {
 /// Lines on the queue were logged for the file as it is now. A thread that holds a file does not wait for
 /// them, because the queue may be waiting for that file.
 void FileDestination::finishQueue() const {
-    if (heldFiles == 0) {
+    if (!holdsAFile()) {
         waitForQueue();
     }
 }

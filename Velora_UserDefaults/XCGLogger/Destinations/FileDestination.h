@@ -81,9 +81,10 @@ public:
     /// Moves the file to `to`, marks it there with this destination's identifier and the time, and goes on in a
     /// new, empty file. Calls `closure` with whether it succeeded, and returns the same.
     ///
-    /// Fails, with the file untouched and still open, if `to` is no target, exists already, or cannot be
-    /// moved to, or if this is called in the middle of another rotation. An archive that could not be marked is a
-    /// success; an internal line names it.
+    /// Fails, with the file untouched and still open, if `to` is no target or exists already, and in the middle of
+    /// another rotation. If the file cannot be moved to `to`, this fails, too, and the file is opened anew: without
+    /// `shouldAppend` that empties it. An archive that could not be marked is a success. Internal lines at level
+    /// `error` tell of both.
     virtual bool rotateFile(const FileTarget& to, const std::function<void(bool success)>& closure = nullptr);
 
 protected:

@@ -23,14 +23,14 @@ public:
             arm();
         }
         QueuedLine* const line = own_.lines;
-        own_.lines = line->nextFree_;
+        own_.lines = line->next_;
         return line;
     }
 
     static void giveBack(QueuedLine* line) noexcept {
-        line->nextFree_ = returned_.load(std::memory_order_relaxed);
-        while (!returned_.compare_exchange_weak(line->nextFree_, line, std::memory_order_release,
-                                                std::memory_order_relaxed)) {
+        line->next_ = returned_.load(std::memory_order_relaxed);
+        while (
+            !returned_.compare_exchange_weak(line->next_, line, std::memory_order_release, std::memory_order_relaxed)) {
         }
     }
 
@@ -46,7 +46,7 @@ private:
         ~Disposer() {
             own_.isGone = true;
             while (QueuedLine* const line = own_.lines) {
-                own_.lines = line->nextFree_;
+                own_.lines = line->next_;
                 giveBack(line);
             }
         }
@@ -64,13 +64,39 @@ private:
     __attribute__((tls_model("initial-exec"))) static inline thread_local constinit Own own_{};
 };
 
+thread_local constinit int QueuedLine::Deferral::depth_ = 0;
+thread_local constinit QueuedLine* QueuedLine::Deferral::first_ = nullptr;
+thread_local constinit QueuedLine* QueuedLine::Deferral::last_ = nullptr;
+
+void QueuedLine::Deferral::keep(QueuedLine& line) noexcept {
+    line.next_ = nullptr;
+    (first_ == nullptr ? first_ : last_->next_) = &line;
+    last_ = &line;
+}
+
+void QueuedLine::Deferral::handOver() noexcept {
+    QueuedLine* line = std::exchange(first_, nullptr);
+    while (line != nullptr) {
+        QueuedLine& each = *std::exchange(line, line->next_);
+        if (const auto queue = static_cast<BaseQueuedDestination&>(*each.destination_).logQueue()) {
+            queue->async(each);
+        } else {
+            each.run();
+        }
+    }
+}
+
 void QueuedLine::submit(DispatchQueue& queue, std::shared_ptr<BaseDestination> destination, LogDetails& logDetails,
                         const std::string& message) {
     QueuedLine* const line = QueuedLinePool::take();
     line->destination_ = std::move(destination);
     line->logDetails_ = logDetails;
     line->message_ = message;
-    queue.async(*line);
+    if (Deferral::isActive()) {
+        Deferral::keep(*line);
+    } else {
+        queue.async(*line);
+    }
 }
 
 void QueuedLine::run() noexcept {

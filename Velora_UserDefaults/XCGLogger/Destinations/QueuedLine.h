@@ -22,13 +22,39 @@ public:
 
     void run() noexcept override;
 
+    /// Keeps the lines of the calling thread, from `begin` on, instead of handing them over; the thread does so,
+    /// in their order, when it has called `end` as often.
+    ///
+    /// For a thread that holds a file. Handing over may wait for room in the queue, and the queue may be waiting
+    /// for that file.
+    class Deferral {
+    public:
+        static void begin() noexcept { ++depth_; }
+        static void end() noexcept {
+            if (--depth_ == 0 && first_ != nullptr) {
+                handOver();
+            }
+        }
+        /// Whether the thread is between the two.
+        static bool isActive() noexcept { return depth_ > 0; }
+
+    private:
+        friend class QueuedLine;
+        static void keep(QueuedLine& line) noexcept;
+        static void handOver() noexcept;
+
+        __attribute__((tls_model("initial-exec"))) static thread_local constinit int depth_;
+        __attribute__((tls_model("initial-exec"))) static thread_local constinit QueuedLine* first_;
+        __attribute__((tls_model("initial-exec"))) static thread_local constinit QueuedLine* last_;
+    };
+
 private:
     friend class QueuedLinePool;
 
     std::shared_ptr<BaseDestination> destination_;
     LogDetails logDetails_;
     std::string message_;
-    QueuedLine* nextFree_ = nullptr;
+    QueuedLine* next_ = nullptr;
 };
 
 }  // namespace velora
