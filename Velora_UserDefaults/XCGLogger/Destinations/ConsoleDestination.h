@@ -10,7 +10,8 @@ namespace velora {
 /// Writes lines to standard output, each followed by a single line feed.
 ///
 /// A line goes out whole and at once, in order with what the host itself prints by `stdio`; lines of several
-/// threads do not mix. Failing writes, as to a closed pipe, are ignored.
+/// threads do not mix. Failing writes are ignored; a closed pipe raises SIGPIPE, as always, unless the host ignores
+/// that.
 class VELORA_EXPORT ConsoleDestination : public BaseQueuedDestination {
 public:
     using BaseQueuedDestination::BaseQueuedDestination;
