@@ -1,0 +1,933 @@
+#include <any>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <signal.h>
+#include <stdexcept>
+#include <string>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include <Velora_UserDefaults/Platform/DispatchQueue.h>
+#include <Velora_UserDefaults/Platform/FileManager.h>
+#include <Velora_UserDefaults/Platform/ProcessInfo.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/FileDestination.h>
+
+#include "XCGLogger/Destinations/DestinationTestSupport.h"
+#include "support/ForkedChild.h"
+#include "support/RecordingDestination.h"
+#include "support/TemporaryFolder.h"
+
+namespace velora::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+/// The value of an extended attribute as the system has it; "absent" if there is none.
+std::string attributeOf(const std::string& path, const char* name) {
+    std::string value(1'000, '\0');
+    const ssize_t size = ::getxattr(path.c_str(), name, value.data(), value.size());
+    return size < 0 ? "absent" : value.substr(0, static_cast<std::size_t>(size));
+}
+
+unsigned permissionsOf(const std::string& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
+}
+
+class FileDestinationTest : public testing::Test {
+protected:
+    /// A file destination without columns, of which the logger knows nothing yet.
+    std::shared_ptr<FileDestination> makeFile(bool shouldAppend = false,
+                                              const std::optional<std::string>& marker = "-- ** ** ** --") {
+        auto file = make<FileDestination>(nullptr, path_, "file", shouldAppend, marker);
+        hideColumns(*file);
+        return file;
+    }
+    /// The same, added to the logger.
+    std::shared_ptr<FileDestination> addFile(bool shouldAppend = false,
+                                             const std::optional<std::string>& marker = "-- ** ** ** --") {
+        auto file = makeFile(shouldAppend, marker);
+        log_.add(file);
+        return file;
+    }
+    std::string bytes() const { return readFile(path_); }
+    /// The start-up header, as lines without columns.
+    static std::string header() {
+        return "> " + processName() + " PID: " + std::to_string(::getpid()) +
+               "\n> XCGLogger Version: 7.0.1 - Level: Debug\n";
+    }
+    /// The header and the line that announces writing (or "appending").
+    std::string beginning(const std::string& verb = "writing") const {
+        return header() + "> XCGLogger " + verb + " log to: file://" + path_ + "\n";
+    }
+    std::vector<std::string> otherLines() const { return logger_.recording->lines(); }
+
+    TemporaryFolder folder_;
+    const std::string path_ = folder_ / "app.log";
+    const std::string archive_ = folder_ / "archive.log";
+    const RecordedLogger<> logger_{"app"};
+    XCGLogger& log_ = *logger_.log;
+};
+
+// --- Opening ---
+
+TEST_F(FileDestinationTest, HasNoQueueAtFirstAndTheDefaultsOfEveryDestination) {
+    const auto file = make<FileDestination>(nullptr, path_, "it");
+    EXPECT_EQ(file->logQueue(), nullptr);
+    EXPECT_FALSE(file->shouldAppend());
+    EXPECT_EQ(file->appendMarker(), "-- ** ** ** --");
+    EXPECT_EQ(file->fileAttributes(), std::nullopt);
+    EXPECT_EQ(file->writeToFileURL(), URL::fileURL(path_));
+    EXPECT_EQ(file->debugDescription(),
+              "FileDestination: it - Level: Debug showLogIdentifier: false showFunctionName: true showThreadName: "
+              "false showLevel: true showFileName: true showLineNumber: true showDate: true");
+}
+
+TEST_F(FileDestinationTest, TouchesNothingWithoutAnOwner) {
+    const auto file = makeFile();
+    EXPECT_FALSE(file->isOpen());
+    file->write("lost");
+    file->flush();
+    EXPECT_FALSE(std::filesystem::exists(path_));
+}
+
+TEST_F(FileDestinationTest, EmptiesAnExistingFileAndBeginsWithTheHeader) {
+    writeFile(path_, "old\n");
+    const auto file = addFile();
+    EXPECT_TRUE(file->isOpen());
+    EXPECT_TRUE(file->haveLoggedAppDetails());
+    EXPECT_EQ(bytes(), beginning());
+    log_.info("hello");
+    EXPECT_EQ(bytes(), beginning() + "> hello\n");
+    EXPECT_THAT(otherLines(), ElementsAre("> XCGLogger writing log to: file://" + path_, "> hello"));
+}
+
+TEST_F(FileDestinationTest, KeepsTheBytesOfAFileItAppendsToAndMarksTheSeam) {
+    writeFile(path_, "old\n");
+    addFile(/*shouldAppend=*/true);
+    log_.info("hello");
+    EXPECT_EQ(bytes(), "old\n-- ** ** ** --\n" + beginning("appending") + "> hello\n");
+    EXPECT_THAT(otherLines(), ElementsAre("> XCGLogger appending log to: file://" + path_, "> hello"));
+}
+
+TEST_F(FileDestinationTest, CreatesTheFileThatItShallAppendTo) {
+    addFile(/*shouldAppend=*/true);
+    EXPECT_EQ(bytes(), beginning());
+}
+
+TEST_F(FileDestinationTest, MarksTheSeamInAnEmptyFileToo) {
+    writeFile(path_, "");
+    addFile(/*shouldAppend=*/true, "=== seam ===");
+    EXPECT_EQ(bytes(), "=== seam ===\n" + beginning("appending"));
+}
+
+TEST_F(FileDestinationTest, WritesNoMarkerIfThereIsNone) {
+    writeFile(path_, "old\n");
+    addFile(/*shouldAppend=*/true, std::nullopt);
+    EXPECT_EQ(bytes(), "old\n" + beginning("appending"));
+}
+
+TEST_F(FileDestinationTest, WritesNoMarkerThatIsNoText) {
+    writeFile(path_, "old\n");
+    addFile(/*shouldAppend=*/true, "\xff\xfe");
+    EXPECT_EQ(bytes(), "old\n" + beginning("appending"));
+}
+
+TEST_F(FileDestinationTest, WritesAnEmptyMarkerAsAnEmptyLine) {
+    writeFile(path_, "old\n");
+    addFile(/*shouldAppend=*/true, "");
+    EXPECT_EQ(bytes(), "old\n\n" + beginning("appending"));
+}
+
+TEST_F(FileDestinationTest, GivesTheMarkerNoColumns) {
+    writeFile(path_, "old\n");
+    const auto file = makeFile(/*shouldAppend=*/true);
+    file->setShowLevel(true);
+    file->setShowLogIdentifier(true);
+    log_.add(file);
+    const std::vector<std::string> lines = splitLines(bytes());
+    ASSERT_EQ(lines.size(), 5U);
+    EXPECT_EQ(lines[1], "-- ** ** ** --");
+    EXPECT_EQ(lines[4], "[Info] [app] > XCGLogger appending log to: file://" + path_);
+}
+
+TEST_F(FileDestinationTest, AnnouncesTheFilesURLPercentEncoded) {
+    const auto file = make<FileDestination>(nullptr, folder_ / "größe 1%.log", "file");
+    hideColumns(*file);
+    log_.add(file);
+    EXPECT_EQ(readFile(folder_ / "größe 1%.log"), header() + "> XCGLogger writing log to: file://" +
+                                                      folder_.path().string() + "/gr%C3%B6%C3%9Fe%201%25.log\n");
+}
+
+TEST_F(FileDestinationTest, AnnouncesItselfToAFileMadeWithAnOwnerButNotRegistered) {
+    const auto file = make<FileDestination>(logger_.log, path_, "unregistered");
+    EXPECT_TRUE(file->isOpen());
+    const std::vector<std::string> lines = splitLines(bytes());
+    ASSERT_EQ(lines.size(), 3U);
+    EXPECT_THAT(lines[2], HasSubstr(" [Info] > XCGLogger writing log to: file://" + path_));
+    EXPECT_THAT(otherLines(), ElementsAre("> XCGLogger writing log to: file://" + path_));
+    file->setOwner(nullptr);
+}
+
+TEST_F(FileDestinationTest, AnnouncesReopeningOnceToARegisteredFile) {
+    const auto file = addFile();
+    file->setOwner(logger_.log);
+    EXPECT_EQ(bytes(), "> XCGLogger writing log to: file://" + path_ + "\n") << "emptied anew, the header given before";
+}
+
+TEST_F(FileDestinationTest, LeavesTheHeaderOutAboveInfoButAnnouncesItself) {
+    const auto file = makeFile();
+    file->setOutputLevel(Level::warning);
+    log_.add(file);
+    EXPECT_EQ(bytes(), "> XCGLogger writing log to: file://" + path_ + "\n");
+    EXPECT_FALSE(file->haveLoggedAppDetails());
+}
+
+TEST_F(FileDestinationTest, OpensWithAnOwnerAndClosesWithoutOne) {
+    const auto file = addFile();
+    EXPECT_TRUE(file->isOpen());
+    log_.remove(file);
+    EXPECT_FALSE(file->isOpen());
+    EXPECT_EQ(file->owner(), nullptr);
+    file->write("lost");
+    log_.info("lost");
+    EXPECT_EQ(bytes(), beginning());
+    log_.add(file);
+    EXPECT_TRUE(file->isOpen());
+}
+
+TEST_F(FileDestinationTest, ClosesItsFileWhenItGoes) {
+    const auto openFiles = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                             std::filesystem::directory_iterator());
+    };
+    auto file = addFile();
+    const auto before = openFiles();
+    file->setOwner(nullptr);
+    EXPECT_EQ(openFiles(), before - 1);
+    file->setOwner(logger_.log);
+    EXPECT_EQ(openFiles(), before);
+    {
+        auto unregistered = make<FileDestination>(logger_.log, folder_ / "other", "other");
+        EXPECT_EQ(openFiles(), before + 1);
+        unregistered.reset();
+        EXPECT_EQ(openFiles(), before);
+    }
+}
+
+TEST_F(FileDestinationTest, MovesBetweenLoggersWithItsFile) {
+    const auto file = addFile(/*shouldAppend=*/true);
+    const RecordedLogger<> other("other");
+    other.log->add(file);
+    log_.info("lost");
+    other.log->info("kept");
+    EXPECT_EQ(file->owner(), other.log);
+    EXPECT_EQ(bytes(), beginning() + "-- ** ** ** --\n> XCGLogger appending log to: file://" + path_ + "\n> kept\n");
+}
+
+// --- Targets ---
+
+TEST_F(FileDestinationTest, TakesItsTargetInEveryForm) {
+    const std::vector<FileTarget> targets{path_.c_str(),
+                                          std::string_view(path_),
+                                          path_,
+                                          std::filesystem::path(path_),
+                                          URL::fileURL(path_),
+                                          std::any(path_),
+                                          std::any(URL::fileURL(path_)),
+                                          std::any(std::filesystem::path(path_))};
+    for (const FileTarget& target : targets) {
+        std::filesystem::remove(path_);
+        const auto file = make<FileDestination>(nullptr, target, "file");
+        hideColumns(*file);
+        log_.add(file);
+        EXPECT_EQ(bytes(), beginning());
+        log_.remove(file);
+    }
+}
+
+TEST_F(FileDestinationTest, TakesTextAsAPathAlsoIfItLooksLikeAURL) {
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(folder_.path());
+    std::filesystem::create_directories("file:/x");
+    const auto file = make<FileDestination>(nullptr, "file:///x/app.log", "file");
+    log_.add(file);
+    std::filesystem::current_path(before);
+    EXPECT_TRUE(file->isOpen());
+    EXPECT_TRUE(std::filesystem::exists(folder_ / "file:/x/app.log"));
+}
+
+TEST_F(FileDestinationTest, NeverWritesToWhatIsNoFile) {
+    for (const FileTarget& target :
+         {FileTarget(URL::parse("https://example.com/app.log").value()), FileTarget(std::any(42)),
+          FileTarget(std::any()), FileTarget(std::any(URL::parse("http://example.com").value())), FileTarget(URL())}) {
+        const auto file = make<FileDestination>(nullptr, target, "file");
+        EXPECT_EQ(file->writeToFileURL(), std::nullopt);
+        log_.add(file);
+        EXPECT_FALSE(file->isOpen());
+        log_.error("lost");
+        std::vector<bool> answers;
+        EXPECT_FALSE(file->rotateFile(archive_, [&](bool success) { answers.push_back(success); }));
+        EXPECT_THAT(answers, ElementsAre(false));
+        log_.remove(file);
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(folder_.path()));
+    EXPECT_THAT(otherLines(), testing::Each("> lost"));
+}
+
+TEST_F(FileDestinationTest, GoesOnInAnotherFileWhenItIsGivenOne) {
+    const auto file = addFile();
+    log_.info("one");
+    file->setWriteToFileURL(folder_ / "other.log");
+    log_.info("two");
+    EXPECT_EQ(file->writeToFileURL(), URL::fileURL(folder_ / "other.log"));
+    EXPECT_EQ(bytes(), beginning() + "> one\n");
+    EXPECT_EQ(readFile(folder_ / "other.log"),
+              "> XCGLogger writing log to: file://" + (folder_ / "other.log") + "\n> two\n");
+}
+
+TEST_F(FileDestinationTest, ClosesItsFileWhenItIsGivenNone) {
+    const auto file = addFile();
+    file->setWriteToFileURL(std::nullopt);
+    EXPECT_FALSE(file->isOpen());
+    EXPECT_EQ(file->writeToFileURL(), std::nullopt);
+    log_.info("lost");
+    EXPECT_EQ(bytes(), beginning());
+    file->setWriteToFileURL(path_);
+    EXPECT_TRUE(file->isOpen());
+    file->setWriteToFileURL(std::any(42));
+    EXPECT_FALSE(file->isOpen());
+}
+
+TEST_F(FileDestinationTest, OpensAnotherFileOnlyWithAnOwner) {
+    const auto file = makeFile();
+    file->setWriteToFileURL(folder_ / "other.log");
+    EXPECT_FALSE(file->isOpen());
+    EXPECT_TRUE(std::filesystem::is_empty(folder_.path()));
+    log_.add(file);
+    EXPECT_TRUE(std::filesystem::exists(folder_ / "other.log"));
+    EXPECT_FALSE(std::filesystem::exists(path_));
+}
+
+TEST_F(FileDestinationTest, FollowsALinkToTheFile) {
+    writeFile(folder_ / "target", "old\n");
+    std::filesystem::create_symlink(folder_ / "target", path_);
+    addFile(/*shouldAppend=*/true, std::nullopt);
+    EXPECT_EQ(readFile(folder_ / "target"), "old\n" + beginning("appending"));
+    EXPECT_TRUE(std::filesystem::is_symlink(path_));
+}
+
+// --- Attributes ---
+
+TEST_F(FileDestinationTest, MakesFilesForTheUserAndTheGroupLessTheUmask) {
+    const mode_t before = ::umask(022);
+    log_.remove(addFile());
+    EXPECT_EQ(permissionsOf(path_), 0640U);
+    std::filesystem::remove(path_);
+    ::umask(077);
+    log_.remove(addFile());
+    EXPECT_EQ(permissionsOf(path_), 0600U);
+    ::umask(before);
+}
+
+TEST_F(FileDestinationTest, GivesItsAttributesToTheFilesItMakes) {
+    const FileAttributes attributes{{FileAttributeKey::posixPermissions, 0604}, {"no such attribute", 1}};
+    const auto file = make<FileDestination>(nullptr, path_, "file", false, std::nullopt, attributes);
+    ASSERT_TRUE(file->fileAttributes());
+    log_.add(file);
+    EXPECT_EQ(permissionsOf(path_), 0604U);
+    file->setFileAttributes(FileAttributes{{FileAttributeKey::posixPermissions, 0600}});
+    ASSERT_TRUE(file->rotateFile(archive_));
+    EXPECT_EQ(permissionsOf(archive_), 0604U);
+    EXPECT_EQ(permissionsOf(path_), 0600U);
+}
+
+TEST_F(FileDestinationTest, LeavesTheAttributesOfAFileItAppendsTo) {
+    writeFile(path_, "old\n");
+    ASSERT_EQ(::chmod(path_.c_str(), 0600), 0);
+    log_.add(make<FileDestination>(nullptr, path_, "file", true, std::nullopt,
+                                   FileAttributes{{FileAttributeKey::posixPermissions, 0644}}));
+    EXPECT_EQ(permissionsOf(path_), 0600U);
+}
+
+// --- Writing ---
+
+TEST_F(FileDestinationTest, HasWrittenALineWhenTheCallReturns) {
+    addFile();
+    std::string expected = beginning();
+    for (int i = 0; i < 100; ++i) {
+        log_.info("{}", i);
+        expected += "> " + std::to_string(i) + "\n";
+        ASSERT_EQ(bytes(), expected);
+    }
+}
+
+TEST_F(FileDestinationTest, EndsEachLineWithExactlyOneLineFeed) {
+    addFile();
+    for (const char* const message : {"a", "b\n", "c\n\n", "d\ne", ""}) {
+        log_.info(message);
+    }
+    EXPECT_EQ(bytes(), beginning() + "> a\n> b\n> c\n> d\ne\n> \n");
+}
+
+TEST_F(FileDestinationTest, DropsALineThatIsNoTextAndWritesTheNext) {
+    addFile();
+    for (const char* const bad : {"\xff", "cut off \xc3", "overlong \xc0\xaf", "surrogate \xed\xa0\x80"}) {
+        testing::internal::CaptureStdout();
+        log_.info(bad);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    }
+    log_.info("grüße 日本語 👩‍👩‍👧");
+    EXPECT_EQ(bytes(), beginning() + "> grüße 日本語 👩‍👩‍👧\n");
+}
+
+TEST_F(FileDestinationTest, WritesANulByte) {
+    addFile();
+    log_.info(std::string("a\0b", 3));
+    EXPECT_EQ(bytes(), beginning() + std::string("> a\0b\n", 6));
+}
+
+TEST_F(FileDestinationTest, WritesAMessageOfTenMegabytes) {
+    const auto file = addFile();
+    const std::string message(10'000'000, 'x');
+    log_.info(message);
+    const auto queue = DispatchQueue::make("file");
+    file->setLogQueue(queue);
+    log_.info(message);
+    log_.info("after");
+    queue->drain();
+    EXPECT_TRUE(bytes() == beginning() + "> " + message + "\n> " + message + "\n> after\n");
+}
+
+TEST_F(FileDestinationTest, WritesLineNumbersAtBothEndsOfTheirRange) {
+    addFile()->setShowLineNumber(true);
+    log_.info("first", SourceLocation("f", "f.cpp", std::numeric_limits<std::int64_t>::min()));
+    log_.info("last", SourceLocation("f", "f.cpp", std::numeric_limits<std::int64_t>::max()));
+    EXPECT_EQ(bytes(), beginning() + "[-9223372036854775808] > first\n[9223372036854775807] > last\n");
+}
+
+TEST_F(FileDestinationTest, WorksWithAnEmptyIdentifier) {
+    const auto file = make<FileDestination>(nullptr, path_, "");
+    hideColumns(*file);
+    ASSERT_TRUE(log_.add(file));
+    EXPECT_EQ(log_.destination(""), file);
+    log_.info("hello");
+    EXPECT_EQ(bytes(), beginning() + "> hello\n");
+    EXPECT_TRUE(file->rotateFile(archive_));
+    EXPECT_EQ(attributeOf(archive_, "user.tamberlo.xcglogger.archived.by"), "");
+}
+
+TEST_F(FileDestinationTest, FiltersAndFormatsItsLines) {
+    const auto file = addFile();
+    file->setFilters(
+        {{filter([](LogDetails& logDetails, std::string& /*message*/) { return logDetails.message == "secret"; })}});
+    file->setFormatters({{appending(" formatted")}});
+    log_.info("secret");
+    log_.info("open");
+    EXPECT_EQ(bytes(), beginning() + "> open formatted\n");
+}
+
+// --- Failures ---
+
+TEST_F(FileDestinationTest, TellsTheOthersThatAFolderIsMissing) {
+    const std::string path = folder_ / "missing/app.log";
+    const auto file = make<FileDestination>(nullptr, path, "file");
+    log_.add(file);
+    EXPECT_FALSE(file->isOpen());
+    EXPECT_THAT(otherLines(), ElementsAre("> Attempt to open log file for writing failed: The file “" + path +
+                                          "” couldn’t be opened for writing: No such file or directory"));
+    EXPECT_EQ(logger_.recording->records().at(0).level, Level::error);
+    log_.error("lost");
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "missing"));
+    std::filesystem::create_directory(folder_ / "missing");
+    file->setOwner(logger_.log);
+    EXPECT_TRUE(file->isOpen());
+}
+
+TEST_F(FileDestinationTest, TellsTheOthersThatItsTargetIsAFolder) {
+    const auto file = make<FileDestination>(nullptr, folder_.path(), "file");
+    log_.add(file);
+    EXPECT_FALSE(file->isOpen());
+    EXPECT_THAT(otherLines(),
+                ElementsAre("> Attempt to open log file for writing failed: The file “" + folder_.path().string() +
+                            "” couldn’t be opened for writing: Is a directory"));
+    log_.remove(file);
+    logger_.recording->clear();
+    log_.add(make<FileDestination>(nullptr, folder_.path(), "file", /*shouldAppend=*/true));
+    EXPECT_THAT(otherLines(),
+                ElementsAre("> Attempt to open log file for appending failed: The file “" + folder_.path().string() +
+                            "” couldn’t be opened for writing: Is a directory"));
+}
+
+TEST_F(FileDestinationTest, DoesNotReportItsOwnFailureToItself) {
+    // At this level an announcement would come through, had the file been opened.
+    const auto same = logger_.addRecording<>("file");
+    const auto file = make<FileDestination>(logger_.log, folder_ / "missing/app.log", "file");
+    EXPECT_THAT(same->lines(), ElementsAre()) << "the source is told by its identifier";
+    EXPECT_EQ(otherLines().size(), 1U);
+    file->setOwner(nullptr);
+}
+
+TEST_F(FileDestinationTest, TellsTheOthersThatAFileIsReadOnly) {
+    writeFile(path_, "old\n");
+    ASSERT_EQ(::chmod(path_.c_str(), 0444), 0);
+    ASSERT_EQ(::chmod(folder_.path().c_str(), 0755), 0);
+    const uid_t user = ::geteuid();
+    if (user == 0) {
+        ASSERT_EQ(::seteuid(65'534), 0) << "root may write to every file";
+    }
+    const auto file = addFile(/*shouldAppend=*/true);
+    EXPECT_FALSE(file->isOpen());
+    log_.info("lost here");
+    EXPECT_THAT(otherLines(), ElementsAre("> Attempt to open log file for appending failed: The file “" + path_ +
+                                              "” couldn’t be opened for writing: Permission denied",
+                                          "> lost here"));
+    EXPECT_EQ(bytes(), "old\n");
+    ASSERT_EQ(::seteuid(user), 0);
+}
+
+TEST_F(FileDestinationTest, ReportsAFullDeviceForEachLineAndTriesTheNext) {
+    const auto file = make<FileDestination>(nullptr, "/dev/full", "file");
+    hideColumns(*file);
+    const std::string report =
+        "Objective-C Exception occurred: The file “/dev/full” couldn’t be written: No space left on device\n";
+    testing::internal::CaptureStdout();
+    log_.add(file);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), report + report + report) << "the header and the announcement";
+    EXPECT_TRUE(file->isOpen());
+    testing::internal::CaptureStdout();
+    log_.info("one");
+    log_.info("two");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), report + report);
+    EXPECT_THAT(otherLines(), ElementsAre("> XCGLogger writing log to: file:///dev/full", "> one", "> two"));
+    testing::internal::CaptureStdout();
+    file->flush();
+    log_.remove(file);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+}
+
+TEST_F(FileDestinationTest, WritesBehindTheEndOfAFileThatWasCutShort) {
+    addFile();
+    log_.info("one");
+    std::filesystem::resize_file(path_, 0);
+    log_.info("two");
+    EXPECT_EQ(bytes(), "> two\n");
+}
+
+constexpr auto longerThanTheNextLook = std::chrono::milliseconds(1'100);
+
+TEST_F(FileDestinationTest, MakesARemovedFileAnew) {
+    addFile();
+    log_.info("one");
+    std::filesystem::remove(path_);
+    std::this_thread::sleep_for(longerThanTheNextLook);
+    log_.info("two");
+    EXPECT_EQ(bytes(), beginning() + "> two\n");
+    EXPECT_EQ(permissionsOf(path_) & 0137U, 0U);
+}
+
+TEST_F(FileDestinationTest, GoesOnInTheFileThatTookItsPlace) {
+    addFile();
+    log_.info("one");
+    std::filesystem::rename(path_, archive_);
+    writeFile(path_, "another's\n");
+    std::this_thread::sleep_for(longerThanTheNextLook);
+    log_.info("two");
+    EXPECT_EQ(readFile(archive_), beginning() + "> one\n");
+    EXPECT_EQ(bytes(), "another's\n" + beginning("appending") + "> two\n");
+}
+
+TEST_F(FileDestinationTest, KeepsARemovedFileWhoseFolderIsGoneUntilItIsBack) {
+    const std::string inner = folder_ / "inner";
+    std::filesystem::create_directory(inner);
+    const auto file = make<FileDestination>(nullptr, inner + "/app.log", "file");
+    hideColumns(*file);
+    log_.add(file);
+    std::filesystem::rename(inner, folder_ / "moved");
+    std::this_thread::sleep_for(longerThanTheNextLook);
+    log_.info("one");
+    EXPECT_TRUE(readFile(folder_ / "moved/app.log").ends_with("> one\n"));
+    std::filesystem::create_directory(inner);
+    std::this_thread::sleep_for(longerThanTheNextLook);
+    log_.info("two");
+    EXPECT_TRUE(readFile(inner + "/app.log").ends_with("> two\n"));
+}
+
+TEST_F(FileDestinationTest, BearsAnExceptionOfAFormatterAndKeepsTheLine) {
+    const auto file = addFile();
+    file->setFormatters({{formatter(
+        [](LogDetails& /*logDetails*/, std::string& /*message*/) { throw std::runtime_error("formatter broke"); })}});
+    testing::internal::CaptureStdout();
+    log_.info("kept");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Objective-C Exception occurred: formatter broke\n");
+    EXPECT_EQ(bytes(), beginning() + "> kept\n");
+}
+
+TEST(FileDestinationDeathTest, CannotBeMadeWithoutAFile) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+    EXPECT_DEATH(make<FileDestination>(nullptr, std::string("file")),
+                 "unimplemented initializer 'init\\(owner:identifier:\\)' for class 'XCGLogger\\.FileDestination'");
+#pragma GCC diagnostic pop
+}
+
+// --- Flushing ---
+
+TEST_F(FileDestinationTest, CallsTheClosureOfAFlushAtOnceWithoutAQueue) {
+    const auto file = addFile();
+    int calls = 0;
+    file->flush([&] { ++calls; });
+    EXPECT_EQ(calls, 1);
+    file->flush();
+    log_.remove(file);
+    file->flush([&] { ++calls; });
+    EXPECT_EQ(calls, 2) << "also without an open file";
+}
+
+TEST_F(FileDestinationTest, CallsTheClosureOfAFlushOnTheQueueAfterEverythingBefore) {
+    const auto file = addFile();
+    const auto queue = DispatchQueue::make("file");
+    file->setLogQueue(queue);
+    std::vector<std::string> found;
+    {
+        const Gate gate(*queue);
+        log_.info("one");
+        log_.info("two");
+        file->flush([&] {
+            EXPECT_TRUE(queue->isCurrent());
+            found.push_back(bytes());
+        });
+        log_.info("three");
+        EXPECT_TRUE(found.empty());
+    }
+    queue->drain();
+    EXPECT_THAT(found, ElementsAre(beginning() + "> one\n> two\n"));
+    EXPECT_EQ(bytes(), beginning() + "> one\n> two\n> three\n");
+}
+
+TEST_F(FileDestinationTest, LetsTheClosureOfAFlushLog) {
+    const auto file = addFile();
+    file->flush([&] { log_.info("flushed"); });
+    EXPECT_EQ(bytes(), beginning() + "> flushed\n");
+}
+
+TEST_F(FileDestinationTest, ReportsAnExceptionOfAFlushsClosure) {
+    const auto file = addFile();
+    testing::internal::CaptureStdout();
+    file->flush([] { throw std::runtime_error("closure broke"); });
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Objective-C Exception occurred: closure broke\n");
+}
+
+// --- Rotating ---
+
+class FileRotationTest : public FileDestinationTest {
+protected:
+    /// Rotates to `to`; the success that both the closure (called once) and the result tell.
+    std::optional<bool> rotate(FileDestination& file, const FileTarget& to) {
+        std::vector<bool> answers;
+        const bool success = file.rotateFile(to, [&](bool answer) { answers.push_back(answer); });
+        return answers == std::vector<bool>{success} ? std::optional(success) : std::nullopt;
+    }
+};
+
+TEST_F(FileRotationTest, MovesTheFileAndGoesOnInANewOne) {
+    const auto file = addFile();
+    log_.info("one");
+    logger_.recording->clear();
+    EXPECT_EQ(rotate(*file, archive_), true);
+    EXPECT_EQ(readFile(archive_), beginning() + "> one\n");
+    EXPECT_EQ(bytes(), beginning());
+    EXPECT_THAT(otherLines(), ElementsAre("> Rotated file " + path_ + " to " + archive_,
+                                          "> XCGLogger writing log to: file://" + path_));
+    EXPECT_EQ(logger_.recording->records().at(0).level, Level::info);
+    log_.info("two");
+    EXPECT_EQ(bytes(), beginning() + "> two\n");
+    EXPECT_EQ(readFile(archive_), beginning() + "> one\n");
+}
+
+TEST_F(FileRotationTest, WritesNoMarkerIntoTheNewFile) {
+    writeFile(path_, "old\n");
+    const auto file = addFile(/*shouldAppend=*/true);
+    EXPECT_EQ(rotate(*file, archive_), true);
+    EXPECT_EQ(readFile(archive_), "old\n-- ** ** ** --\n" + beginning("appending"));
+    EXPECT_EQ(bytes(), beginning());
+}
+
+TEST_F(FileRotationTest, MarksTheArchiveWithItsIdentifierAndTheTime) {
+    const auto file = make<FileDestination>(nullptr, path_, "größe");
+    log_.add(file);
+    const double before = secondsSince1970(currentDate());
+    ASSERT_EQ(rotate(*file, archive_), true);
+    const double after = secondsSince1970(currentDate());
+    EXPECT_EQ(attributeOf(archive_, "user.tamberlo.xcglogger.archived.by"), "größe");
+    const std::string time = attributeOf(archive_, "user.tamberlo.xcglogger.archived.at");
+    EXPECT_THAT(time, testing::MatchesRegex("[0-9]+\\.[0-9]+"));
+    EXPECT_LE(before, std::stod(time));
+    EXPECT_GE(after, std::stod(time));
+    EXPECT_EQ(shortestRoundTripText(std::stod(time)), time);
+    EXPECT_EQ(attributeOf(path_, "user.tamberlo.xcglogger.archived.by"), "absent");
+}
+
+TEST_F(FileRotationTest, TakesTheArchiveInEveryForm) {
+    const auto file = addFile();
+    const auto name = [this](int i) { return folder_ / ("archive " + std::to_string(i)); };
+    const std::vector<FileTarget> targets{name(0), URL::fileURL(name(1)), std::filesystem::path(name(2)),
+                                          std::any(name(3))};
+    for (const FileTarget& target : targets) {
+        EXPECT_EQ(rotate(*file, target), true);
+    }
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(readFile(name(i)), beginning());
+    }
+}
+
+TEST_F(FileRotationTest, RefusesWhatIsNoFile) {
+    const auto file = addFile();
+    log_.info("one");
+    logger_.recording->clear();
+    EXPECT_EQ(rotate(*file, URL::parse("https://example.com/archive.log").value()), false);
+    EXPECT_EQ(rotate(*file, std::any(42)), false);
+    EXPECT_TRUE(file->isOpen());
+    log_.info("two");
+    EXPECT_EQ(bytes(), beginning() + "> one\n> two\n");
+    EXPECT_THAT(otherLines(), ElementsAre("> two"));
+}
+
+TEST_F(FileRotationTest, RefusesAnArchiveThatExists) {
+    const auto file = addFile();
+    writeFile(archive_, "precious");
+    log_.info("one");
+    struct stat before {};
+    ASSERT_EQ(::stat(path_.c_str(), &before), 0);
+    EXPECT_EQ(rotate(*file, archive_), false);
+    EXPECT_EQ(rotate(*file, folder_.path()), false) << "a folder";
+    EXPECT_EQ(rotate(*file, path_), false) << "itself";
+    struct stat after {};
+    ASSERT_EQ(::stat(path_.c_str(), &after), 0);
+    EXPECT_EQ(before.st_ino, after.st_ino);
+    EXPECT_EQ(readFile(archive_), "precious");
+    EXPECT_TRUE(file->isOpen());
+    EXPECT_TRUE(file->haveLoggedAppDetails());
+    log_.info("two");
+    EXPECT_EQ(bytes(), beginning() + "> one\n> two\n");
+}
+
+TEST_F(FileRotationTest, OpensTheFileAgainAndTellsTheOthersIfItCannotBeMoved) {
+    const auto file = addFile(/*shouldAppend=*/true);
+    log_.info("one");
+    logger_.recording->clear();
+    const std::string missing = folder_ / "missing/archive.log";
+    EXPECT_EQ(rotate(*file, missing), false);
+    log_.info("two");
+    EXPECT_EQ(bytes(), beginning() + "> one\n-- ** ** ** --\n" + beginning("appending") + "> two\n");
+    ASSERT_EQ(otherLines().size(), 3U);
+    EXPECT_EQ(otherLines()[0], "> XCGLogger appending log to: file://" + path_);
+    const FileResult<void> moved = FileManager::move(path_, missing);
+    ASSERT_FALSE(moved);
+    EXPECT_EQ(otherLines()[1],
+              "> Unable to rotate file " + path_ + " to " + missing + ": " + moved.error().description);
+    EXPECT_EQ(logger_.recording->records().at(1).level, Level::error);
+    EXPECT_EQ(otherLines()[2], "> two");
+}
+
+TEST_F(FileRotationTest, RotatesAFileWhoseArchiveCannotBeMarkedAndTellsTheOthers) {
+    // More than the value of an extended attribute can hold anywhere.
+    const std::string identifier(70'000, 'i');
+    const auto file = make<FileDestination>(nullptr, path_, identifier);
+    hideColumns(*file);
+    log_.add(file);
+    logger_.recording->clear();
+    EXPECT_EQ(rotate(*file, archive_), true);
+    EXPECT_EQ(readFile(archive_), beginning());
+    EXPECT_EQ(bytes(), beginning());
+    ASSERT_EQ(otherLines().size(), 3U);
+    EXPECT_TRUE(otherLines()[0].starts_with("> Unable to set extended file attributes on file " + archive_ + ": "))
+        << otherLines()[0];
+    EXPECT_THAT(otherLines()[0], HasSubstr("“" + archive_ + "”"));
+    EXPECT_EQ(logger_.recording->records().at(0).level, Level::error);
+    EXPECT_EQ(otherLines()[1], "> Rotated file " + path_ + " to " + archive_);
+    EXPECT_EQ(attributeOf(archive_, "user.tamberlo.xcglogger.archived.by"), "absent");
+    EXPECT_EQ(attributeOf(archive_, "user.tamberlo.xcglogger.archived.at"), "absent")
+        << "not tried after the first one failed";
+}
+
+TEST_F(FileRotationTest, RotatesAFileWithoutAnOwnerSilently) {
+    writeFile(path_, "old\n");
+    const auto file = makeFile();
+    EXPECT_EQ(rotate(*file, archive_), true);
+    EXPECT_EQ(readFile(archive_), "old\n");
+    EXPECT_FALSE(std::filesystem::exists(path_));
+    EXPECT_EQ(rotate(*file, folder_ / "another"), false) << "there is no file to move";
+    EXPECT_THAT(otherLines(), ElementsAre());
+}
+
+TEST_F(FileRotationTest, NeedsNoClosure) {
+    const auto file = addFile();
+    EXPECT_TRUE(file->rotateFile(archive_));
+    EXPECT_FALSE(file->rotateFile(archive_));
+}
+
+TEST_F(FileRotationTest, LetsTheClosureLogAndRotate) {
+    const auto file = addFile();
+    file->rotateFile(archive_, [&](bool /*success*/) {
+        log_.info("rotated");
+        file->rotateFile(folder_ / "second");
+    });
+    EXPECT_EQ(readFile(folder_ / "second"), beginning() + "> rotated\n");
+    EXPECT_EQ(bytes(), beginning());
+}
+
+TEST_F(FileRotationTest, ReportsAnExceptionOfTheClosureAndGoesOn) {
+    const auto file = addFile();
+    testing::internal::CaptureStdout();
+    EXPECT_TRUE(file->rotateFile(archive_, [](bool /*success*/) { throw std::runtime_error("closure broke"); }));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Objective-C Exception occurred: closure broke\n");
+    log_.info("after");
+    EXPECT_EQ(bytes(), beginning() + "> after\n");
+}
+
+TEST_F(FileRotationTest, StartsNoRotationInTheMiddleOfAnother) {
+    const auto file = addFile();
+    std::optional<bool> inner = true;
+    logger_.recording->setFilters({{filter([&](LogDetails& logDetails, std::string& /*message*/) {
+        if (logDetails.message.starts_with("Rotated file")) {
+            inner = rotate(*file, folder_ / "inner");
+        }
+        return false;
+    })}});
+    EXPECT_EQ(rotate(*file, archive_), true);
+    EXPECT_EQ(inner, false);
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "inner"));
+    EXPECT_EQ(bytes(), beginning());
+}
+
+TEST_F(FileRotationTest, ArchivesTheLinesThatWereOnTheQueue) {
+    const auto file = addFile();
+    const auto queue = DispatchQueue::make("file");
+    file->setLogQueue(queue);
+    std::atomic<bool> isRotating = false;
+    file->setFilters({{filter([&](LogDetails& /*logDetails*/, std::string& /*message*/) {
+        while (!isRotating) {
+            std::this_thread::yield();
+        }
+        return false;
+    })}});
+    log_.info("one");
+    log_.info("two");
+    isRotating = true;
+    EXPECT_EQ(rotate(*file, archive_), true);
+    log_.info("three");
+    queue->drain();
+    EXPECT_EQ(readFile(archive_), beginning() + "> one\n> two\n");
+    EXPECT_EQ(bytes(), "> Rotated file " + path_ + " to " + archive_ + "\n" + beginning() + "> three\n");
+}
+
+TEST_F(FileRotationTest, RotatesFromWorkOfItsOwnQueue) {
+    const auto file = addFile();
+    const auto queue = DispatchQueue::make("file");
+    file->setLogQueue(queue);
+    log_.info("one");
+    queue->async([&] { EXPECT_EQ(rotate(*file, archive_), true); });
+    log_.info("two");
+    queue->drain();
+    EXPECT_EQ(readFile(archive_), beginning() + "> one\n");
+    EXPECT_THAT(bytes(), HasSubstr("> two\n"));
+}
+
+TEST_F(FileDestinationTest, WritesTheLinesOnItsQueueBeforeItIsRemoved) {
+    const auto file = addFile();
+    file->setLogQueue(DispatchQueue::make("file"));
+    std::atomic<bool> isLeaving = false;
+    file->setFilters({{filter([&](LogDetails& /*logDetails*/, std::string& /*message*/) {
+        while (!isLeaving) {
+            std::this_thread::yield();
+        }
+        return false;
+    })}});
+    std::string expected = beginning();
+    for (int i = 0; i < 100; ++i) {
+        log_.info("{}", i);
+        expected += "> " + std::to_string(i) + "\n";
+    }
+    isLeaving = true;
+    log_.remove(file);
+    EXPECT_EQ(bytes(), expected);
+}
+
+TEST_F(FileDestinationTest, WritesTheLinesOnItsQueueToTheFileTheyWereLoggedFor) {
+    const auto file = addFile();
+    file->setLogQueue(DispatchQueue::make("file"));
+    std::atomic<bool> isChanging = false;
+    file->setFilters({{filter([&](LogDetails& /*logDetails*/, std::string& /*message*/) {
+        while (!isChanging) {
+            std::this_thread::yield();
+        }
+        return false;
+    })}});
+    log_.info("one");
+    isChanging = true;
+    file->setWriteToFileURL(folder_ / "other.log");
+    log_.info("two");
+    file->logQueue()->drain();
+    EXPECT_EQ(bytes(), beginning() + "> one\n");
+    EXPECT_TRUE(readFile(folder_ / "other.log").ends_with("> two\n"));
+}
+
+// --- Overrides ---
+
+TEST_F(FileDestinationTest, AsksOverridesForWhatItDoes) {
+    class Overriding : public FileDestination {
+    public:
+        using FileDestination::FileDestination;
+        bool shouldAppend() const override { return true; }
+        const std::optional<std::string>& appendMarker() const override {
+            static const std::optional<std::string> marker = "overridden marker";
+            return marker;
+        }
+        void write(std::string_view message) override { FileDestination::write("! " + std::string(message)); }
+        bool rotateFile(const FileTarget& to, const std::function<void(bool success)>& closure) override {
+            owner()->info("rotating");
+            return FileDestination::rotateFile(to, closure);
+        }
+    };
+    writeFile(path_, "old\n");
+    const auto file = make<Overriding>(nullptr, path_, "file");
+    hideColumns(*file);
+    file->setOutputLevel(Level::warning);
+    log_.add(file);
+    log_.warning("hello");
+    EXPECT_EQ(bytes(), "old\noverridden marker\n! > XCGLogger appending log to: file://" + path_ + "\n! > hello\n");
+    EXPECT_TRUE(static_cast<FileDestination&>(*file).rotateFile(archive_));
+    EXPECT_THAT(otherLines(), testing::Contains("> rotating"));
+}
+
+TEST_F(FileDestinationTest, ReachesOverridesAlreadyWhenItIsMadeWithAnOwner) {
+    class Overriding : public FileDestination {
+    public:
+        using FileDestination::FileDestination;
+        void write(std::string_view message) override {
+            FileDestination::write(message);
+            ++writes;
+        }
+        int writes = 0;
+    };
+    const auto file = make<Overriding>(logger_.log, path_, "file");
+    EXPECT_EQ(file->writes, 3) << "the header's two lines and the announcement";
+    file->setOwner(nullptr);
+}
+
+}  // namespace
+}  // namespace velora::test
