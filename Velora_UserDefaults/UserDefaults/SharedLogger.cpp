@@ -40,8 +40,9 @@ void SharedLogger::store(std::shared_ptr<XCGLogger> logger) {
     slot().logger.swap(logger);
 }
 
-void SharedLogger::operator=(std::shared_ptr<XCGLogger> logger) {
+SharedLogger& SharedLogger::operator=(std::shared_ptr<XCGLogger> logger) {
     store(std::move(logger));
+    return *this;
 }
 
 }  // namespace velora

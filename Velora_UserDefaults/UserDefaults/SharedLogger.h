@@ -27,7 +27,7 @@ public:
     /// Puts `logger` in the place of the one before; null clears it.
     void store(std::shared_ptr<XCGLogger> logger);
     /// The same, as an assignment.
-    void operator=(std::shared_ptr<XCGLogger> logger);  // NOLINT(misc-unconventional-assign-operator)
+    SharedLogger& operator=(std::shared_ptr<XCGLogger> logger);
 };
 
 }  // namespace velora
