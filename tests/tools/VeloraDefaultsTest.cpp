@@ -1,0 +1,502 @@
+// The program velora-defaults, run as scripts run it.
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <string>
+#include <support/TemporaryFolder.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+#include <Velora_UserDefaults/Platform/DefaultsStore.h>
+#include <Velora_UserDefaults/UserDefaults/PreferenceTable.h>
+#include <Velora_UserDefaults/UserDefaults/UserDefaultsManager.h>
+
+namespace velora::test {
+namespace {
+
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+/// One run of the program, whose standard output is read through a pipe and whose errors go to a file.
+class RunningProgram {
+public:
+    RunningProgram(std::vector<std::string> arguments, const std::string& input, const std::string& errors) {
+        std::array<int, 2> output{};
+        EXPECT_EQ(::pipe2(output.data(), O_CLOEXEC), 0);
+        std::vector<char*> argv{const_cast<char*>(VELORA_DEFAULTS_PROGRAM)};
+        for (std::string& argument : arguments) {
+            argv.push_back(argument.data());
+        }
+        argv.push_back(nullptr);
+        posix_spawn_file_actions_t actions;
+        ::posix_spawn_file_actions_init(&actions);
+        ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, input.c_str(), O_RDONLY, 0);
+        ::posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
+        ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        EXPECT_EQ(::posix_spawn(&process_, argv[0], &actions, nullptr, argv.data(), environ), 0);
+        ::posix_spawn_file_actions_destroy(&actions);
+        ::close(output[1]);
+        output_ = output[0];
+    }
+    RunningProgram(const RunningProgram&) = delete;
+    RunningProgram& operator=(const RunningProgram&) = delete;
+    ~RunningProgram() {
+        ::close(output_);
+        if (process_ > 0) {
+            ::kill(process_, SIGKILL);
+            wait();
+        }
+    }
+
+    /// What is printed up to the next end of line, or up to the end; empty if nothing comes for a minute.
+    std::string line() { return readUntil('\n'); }
+    std::string everything() { return readUntil('\0'); }
+
+    void send(int signal) const { ::kill(process_, signal); }
+    /// The exit status; -1 if the program was killed.
+    int wait() {
+        int status = 0;
+        ::waitpid(std::exchange(process_, 0), &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+private:
+    std::string readUntil(char last) const {
+        std::string text;
+        char character = 0;
+        pollfd waiting{.fd = output_, .events = POLLIN, .revents = 0};
+        while (::poll(&waiting, 1, 60'000) == 1 && ::read(output_, &character, 1) == 1) {
+            if (character == last) {
+                break;
+            }
+            text += character;
+        }
+        return text;
+    }
+
+    pid_t process_ = 0;
+    int output_ = -1;
+};
+
+struct Result {
+    int status;
+    std::string output;
+    std::string errors;
+    bool operator==(const Result&) const = default;
+};
+
+void PrintTo(const Result& result, std::ostream* stream) {
+    *stream << "status " << result.status << ", output '" << result.output << "', errors '" << result.errors << "'";
+}
+
+/// The program prints this and nothing else, and is content.
+Result prints(const std::string& output) {
+    return {.status = 0, .output = output, .errors = {}};
+}
+
+class VeloraDefaults : public testing::Test {
+protected:
+    VeloraDefaults() {
+        ::setenv("VELORA_DEFAULTS_FILE", file.c_str(), 1);
+        ::setenv("HOME", folder.path().c_str(), 1);
+        ::unsetenv("XDG_CONFIG_HOME");
+        ::unsetenv("XDG_DATA_HOME");
+    }
+
+    Result run(std::vector<std::string> arguments, const std::string& input = "/dev/null") const {
+        RunningProgram program(std::move(arguments), input, folder / "errors");
+        std::string output = program.everything();
+        const int status = program.wait();
+        return {.status = status, .output = std::move(output), .errors = readFile(folder / "errors")};
+    }
+
+    /// What is stored under `key`, as JSON text; empty if nothing is.
+    std::string stored(const std::string& key) const {
+        for (const DefaultsStore::Entry& entry : DefaultsStore(file).allValues()) {
+            if (entry.key == key) {
+                return entry.json;
+            }
+        }
+        return {};
+    }
+
+    TemporaryFolder folder;
+    std::string file = folder / "store/UserDefaults.json";
+};
+
+TEST_F(VeloraDefaults, WritesAKnownKeyAsItsPropertyReadsIt) {
+    EXPECT_EQ(run({"write", "Preferences_Security_PinCodeLength", "8"}), prints(""));
+    EXPECT_EQ(run({"write", "Preferences_Proxy_UseProxy", "Yes"}), prints(""));
+    EXPECT_EQ(run({"write", "Server_ID_String", "42"}), prints(""));
+    EXPECT_EQ(run({"write", "Preferences_Transfer_DownloadLocation", "/srv/in box"}), prints(""));
+    EXPECT_EQ(run({"write", "CoreLoggerPath", "file:///var/log/a%20b/"}), prints(""));
+    EXPECT_EQ(run({"write", "Preferences_Logging_LoggingLevel", "3"}), prints(""));
+    EXPECT_EQ(stored("Preferences_Security_PinCodeLength"), "8");
+    EXPECT_EQ(stored("Preferences_Proxy_UseProxy"), "true");
+    EXPECT_EQ(stored("Server_ID_String"), R"("42")");
+    EXPECT_EQ(stored("Preferences_Transfer_DownloadLocation"), R"({"url": "file:///srv/in%20box"})");
+    EXPECT_EQ(stored("CoreLoggerPath"), R"({"url": "file:///var/log/a%20b/"})");
+    EXPECT_EQ(stored("Preferences_Logging_LoggingLevel"), "3");
+}
+
+TEST_F(VeloraDefaults, TakesTypesWithOneDashAndWithTwo) {
+    for (const std::string dashes : {"-", "--"}) {
+        EXPECT_EQ(run({"write", "own", dashes + "int", "-5"}), prints(""));
+        EXPECT_EQ(stored("own"), "-5");
+        EXPECT_EQ(run({"write", "own", dashes + "bool", "no"}), prints(""));
+        EXPECT_EQ(stored("own"), "false");
+        EXPECT_EQ(run({"write", "own", dashes + "url", "~/x y"}), prints(""));
+        EXPECT_EQ(stored("own"), "{\"url\": \"file://" + folder.path().string() + "/x%20y\"}");
+        EXPECT_EQ(run({"write", dashes + "string", "own", "-string"}), prints(""));
+        EXPECT_EQ(stored("own"), R"("-string")");
+        EXPECT_EQ(run({"write", "own", dashes + "string", "--"}), prints(""));
+        EXPECT_EQ(stored("own"), R"("--")");
+    }
+}
+
+TEST_F(VeloraDefaults, TakesAnyValueForWhatItIs) {
+    for (const std::string value : {"", "-x", "-5", "list", "delete", "[1,2]", "a b", "%%", "\"q\"", "ä\n\tb", "a,b"}) {
+        EXPECT_EQ(run({"write", "own key", value}), prints("")) << value;
+        EXPECT_EQ(run({"read", "own key"}), prints(value + "\n"));
+        EXPECT_EQ(DefaultsStore(file).string("own key"), value);
+    }
+    EXPECT_EQ(run({"write", "own key", "--", "--force"}), prints(""));
+    EXPECT_EQ(run({"read", "own key"}), prints("--force\n"));
+    EXPECT_EQ(run({"write", "--", "-key", "list"}), prints(""));
+    EXPECT_EQ(run({"read", "--", "-key"}), prints("list\n"));
+    EXPECT_EQ(run({"write", "list", "1"}), prints(""));
+    EXPECT_EQ(run({"read", "list"}), prints("1\n"));
+}
+
+TEST_F(VeloraDefaults, RefusesWhatThePropertyCouldNotReadBack) {
+    const std::vector<std::vector<std::string>> refused = {
+        {"write", "Preferences_Logging_LoggingLevel", "4"},
+        {"write", "Preferences_Logging_LoggingLevel", "-1"},
+        {"write", "Preferences_Connection_DefaultAccessLevel", "2"},
+        {"write", "Preferences_General_CommandCombinations", "3"},
+        {"write", "Preferences_Security_PinCodeLength", "six"},
+        {"write", "Preferences_Security_PinCodeLength", "6 "},
+        {"write", "Preferences_Security_PinCodeLength", ""},
+        {"write", "Preferences_Security_PinCodeLength", "9223372036854775808"},
+        {"write", "Preferences_Security_PinCodeLength", "-string", "6"},
+        {"write", "Preferences_Proxy_UseProxy", "maybe"},
+        {"write", "Preferences_Proxy_UseProxy", "-int", "1"},
+        {"write", "Server_ID_String", "-url", "file:///a"},
+        {"write", "Server_ID_String", "\xff"},
+        {"write", "Preferences_Logging_SaveChatLocation", "https://exa mple"},
+        {"write", "Preferences_Logging_SaveChatLocation", ""},
+        {"write", "Preferences_Logging_SaveChatLocation", "-string", "/a"},
+        {"write", "own", "-int", "1.5"},
+        {"write", "own", "-bool", "2"},
+    };
+    for (const std::vector<std::string>& arguments : refused) {
+        const Result result = run(arguments);
+        EXPECT_EQ(result.status, 2) << arguments.back();
+        EXPECT_THAT(result.errors, StartsWith("velora-defaults: ")) << arguments.back();
+        EXPECT_THAT(result.output, IsEmpty());
+    }
+    EXPECT_TRUE(DefaultsStore(file).allValues().empty());
+    EXPECT_EQ(run(refused[0]).errors,
+              "velora-defaults: Preferences_Logging_LoggingLevel takes 0 (No logging), "
+              "1 (Low level), 2 (High level) or 3 (All events)\n");
+}
+
+TEST_F(VeloraDefaults, WritesItAllTheSameWhenForced) {
+    EXPECT_EQ(run({"write", "--force", "Preferences_Connection_DefaultAccessLevel", "2"}), prints(""));
+    EXPECT_EQ(stored("Preferences_Connection_DefaultAccessLevel"), "2");
+    EXPECT_EQ(run({"write", "Preferences_Security_PinCodeLength", "six", "--force"}), prints(""));
+    EXPECT_EQ(stored("Preferences_Security_PinCodeLength"), R"("six")");
+    EXPECT_EQ(run({"write", "Preferences_Proxy_UseProxy", "--force", "-int", "1"}), prints(""));
+    EXPECT_EQ(stored("Preferences_Proxy_UseProxy"), "1");
+    EXPECT_EQ(run({"write", "--force", "own", "-int", "six"}).status, 2) << "there is no such integer";
+}
+
+TEST_F(VeloraDefaults, ReadsWhatIsStoredElseTheDefault) {
+    EXPECT_EQ(run({"read", "Preferences_Security_PinCodeLength"}), prints("6\n"));
+    EXPECT_EQ(run({"read", "Preferences_Logging_LoggingLevel"}), prints("1\n"));
+    EXPECT_EQ(run({"read", "Preferences_Connection_IncomingConnectionAllow"}), prints("true\n"));
+    EXPECT_EQ(run({"read", "Preferences_Proxy_UseProxy"}), prints("false\n"));
+    EXPECT_EQ(run({"read", "Scaling_Image_Mode"}), prints("0\n"));
+    EXPECT_EQ(run({"read", "Preferences_Transfer_DownloadLocation"}),
+              prints("file://" + folder.path().string() + "/Downloads/\n"));
+    DefaultsStore(file).setInteger("Preferences_Security_PinCodeLength", 12);
+    EXPECT_EQ(run({"read", "Preferences_Security_PinCodeLength"}), prints("12\n"));
+}
+
+TEST_F(VeloraDefaults, FailsToReadOrDeleteWhatIsNotThere) {
+    for (const char* key : {"Server_ID_String", "CoreLoggerPath", "unknown"}) {
+        const Result result = run({"read", key});
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.errors, std::string("velora-defaults: no value is stored under ") + key + "\n");
+        EXPECT_EQ(run({"delete", key}), result);
+    }
+    EXPECT_EQ(run({"delete", "Preferences_Security_PinCodeLength"}).status, 1) << "a default is not stored";
+}
+
+TEST_F(VeloraDefaults, DeletesAStoredValue) {
+    DefaultsStore(file).setString("own", "1");
+    DefaultsStore(file).setString("other", "2");
+    EXPECT_EQ(run({"delete", "own"}), prints(""));
+    EXPECT_EQ(stored("own"), "");
+    EXPECT_EQ(stored("other"), R"("2")");
+}
+
+TEST_F(VeloraDefaults, ListsEveryKeyInAlignedColumns) {
+    DefaultsStore store(file);
+    store.setInteger("Preferences_Security_PinCodeLength", 8);
+    store.setString("Preferences_General_ComputerDisplayName", "Ann's\nPC");
+    store.importText(R"({"own": 1.50})");
+    const Result result = run({"list"});
+    EXPECT_EQ(result.status, 0);
+    const auto row = [](const std::string& key, const std::string& rest) {
+        return "\n" + key +
+               std::string(std::string("PermissionControlsServiceScreenRecordIsRequested").size() - key.size() + 2,
+                           ' ') +
+               rest + "\n";
+    };
+    EXPECT_THAT(result.output, StartsWith(row("KEY", "TYPE    STATE    VALUE").substr(1)));
+    EXPECT_THAT(result.output, HasSubstr(row("Preferences_Security_PinCodeLength", "int     stored   8")));
+    EXPECT_THAT(result.output, HasSubstr(row("Preferences_Logging_LoggingLevel", "int     default  1")));
+    EXPECT_THAT(result.output,
+                HasSubstr(row("Preferences_General_ComputerDisplayName", R"(string  stored   Ann's\nPC)")));
+    EXPECT_THAT(result.output, HasSubstr(row("Server_ID_String", "string  absent")));
+    EXPECT_THAT(result.output, HasSubstr(row("own", "real    stored   1.5")));
+    EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 1 + 35 + 1);
+}
+
+TEST_F(VeloraDefaults, ListsTheKeysInTheirOrder) {
+    DefaultsStore(file).setString("own", "1");
+    std::string expected;
+    for (const PreferenceEntry& entry : preferenceTable()) {
+        expected += std::string(entry.key) + "\n";
+    }
+    EXPECT_EQ(run({"list", "--keys"}), prints(expected + "own\n"));
+}
+
+TEST_F(VeloraDefaults, ListsAsJSON) {
+    DefaultsStore store(file);
+    store.setString("say \"hi\"\n", "ä");
+    store.setURL("CoreLoggerPath", URL::fileURL("/a b"));
+    const Result result = run({"list", "--json"});
+    EXPECT_EQ(result.status, 0);
+    const auto list = nlohmann::json::parse(result.output);
+    ASSERT_EQ(list.size(), 36U);
+    const auto expected = [](const char* text) { return nlohmann::json::parse(text); };
+    EXPECT_EQ(list[0], expected(R"({"key": "Server_ID_String", "type": "string", "value": null, "stored": false})"));
+    EXPECT_EQ(list[17],
+              expected(R"({"key": "Preferences_Security_PinCodeLength", "type": "int", "value": 6, "stored": false})"));
+    EXPECT_EQ(list[33], expected(R"({"key": "CoreLoggerPath", "type": "url", "value": {"url": "file:///a%20b"},
+                                     "stored": true})"));
+    EXPECT_EQ(list[35], expected(R"({"key": "say \"hi\"\n", "type": "string", "value": "ä", "stored": true})"));
+}
+
+TEST_F(VeloraDefaults, ExportsAndImports) {
+    const std::string contents = "{\n  \"own\": 123456789012345678901234567890,\n  \"name\": \"ä\"\n}\n";
+    writeFile(folder / "in.json", contents);
+    EXPECT_EQ(run({"import", folder / "in.json"}), prints(""));
+    EXPECT_EQ(stored("own"), "123456789012345678901234567890");
+    EXPECT_EQ(run({"export", folder / "out.json"}), prints(""));
+    EXPECT_EQ(readFile(folder / "out.json"), DefaultsStore(file).exportText());
+    EXPECT_EQ(run({"export", "-"}), prints(DefaultsStore(file).exportText()));
+    EXPECT_EQ(run({"delete", "own"}), prints(""));
+    EXPECT_EQ(run({"import", "-"}, folder / "out.json"), prints(""));
+    EXPECT_EQ(stored("own"), "123456789012345678901234567890");
+}
+
+TEST_F(VeloraDefaults, ImportsAllOrNothing) {
+    DefaultsStore(file).setString("own", "before");
+    const std::string before = readFile(file);
+    for (const char* contents : {R"({"own": "after", "broken": })", R"(["own"])", "", "{\"own\": 1"}) {
+        writeFile(folder / "in.json", contents);
+        const Result result = run({"import", folder / "in.json"});
+        EXPECT_EQ(result.status, 1);
+        EXPECT_THAT(result.errors, StartsWith("velora-defaults: "));
+        EXPECT_EQ(run({"import", "-"}, folder / "in.json").status, 1);
+        EXPECT_EQ(readFile(file), before);
+    }
+    EXPECT_EQ(run({"import", folder / "missing.json"}).status, 1);
+    EXPECT_EQ(run({"export", folder / "missing/out.json"}).status, 1);
+}
+
+TEST_F(VeloraDefaults, PrintsThePathOfTheStore) {
+    std::filesystem::create_directories(folder / "store");
+    EXPECT_EQ(run({"path"}), prints(std::filesystem::canonical(folder.path()).string() + "/store/UserDefaults.json\n"));
+    ::unsetenv("VELORA_DEFAULTS_FILE");
+    EXPECT_THAT(run({"path"}).output, HasSubstr("/.config/Quillon Velora/UserDefaults.json\n"));
+}
+
+TEST_F(VeloraDefaults, FailsWithTheStore) {
+    std::filesystem::create_directories(file);
+    for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+             {"write", "own", "1"}, {"import", folder / "in.json"}, {"list"}, {"export", "-"}, {"read", "own"}}) {
+        writeFile(folder / "in.json", R"({"own": 1})");
+        const Result result = run(arguments);
+        EXPECT_EQ(result.status, 1) << arguments[0];
+        EXPECT_THAT(result.errors, StartsWith("velora-defaults: ")) << arguments[0];
+    }
+}
+
+TEST_F(VeloraDefaults, TellsBadUsage) {
+    for (const std::vector<std::string>& arguments :
+         std::vector<std::vector<std::string>>{{},
+                                               {"frobnicate"},
+                                               {"read"},
+                                               {"read", "a", "b"},
+                                               {"read", "--json", "a"},
+                                               {"write"},
+                                               {"write", "own"},
+                                               {"write", "own", "1", "2"},
+                                               {"write", "own", "1", "--frobnicate"},
+                                               {"write", "--frobnicate", "own", "1"},
+                                               {"write", "-int", "-bool", "own", "1"},
+                                               {"delete"},
+                                               {"import"},
+                                               {"list", "a"},
+                                               {"watch", "--count", "none"}}) {
+        const Result result = run(arguments);
+        EXPECT_EQ(result.status, 2) << testing::PrintToString(arguments);
+        EXPECT_THAT(result.output, IsEmpty());
+        EXPECT_THAT(result.errors, HasSubstr("--help"));
+    }
+    EXPECT_FALSE(std::filesystem::exists(file));
+}
+
+TEST_F(VeloraDefaults, HelpsWhenAsked) {
+    for (const std::vector<std::string>& arguments :
+         std::vector<std::vector<std::string>>{{"--help"}, {"write", "--help"}, {"read", "-h"}}) {
+        const Result result = run(arguments);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_THAT(result.output, HasSubstr("Usage: velora-defaults"));
+        EXPECT_THAT(result.errors, IsEmpty());
+    }
+    EXPECT_THAT(run({"--version"}).output, ContainsRegex("^velora-defaults [0-9]+\\.[0-9]+\\.[0-9]+\n$"));
+}
+
+TEST_F(VeloraDefaults, FailsWhenItsOutputCannotBeWritten) {
+    const std::string command = std::string(VELORA_DEFAULTS_PROGRAM) + " list >/dev/full 2>" + (folder / "errors");
+    const int status = std::system(command.c_str());
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+    EXPECT_EQ(readFile(folder / "errors"), "velora-defaults: the output cannot be written\n");
+}
+
+/// A `watch` that is looking already.
+class Watching : public VeloraDefaults {
+protected:
+    /// Changes a value until `watching` has shown a change.
+    void awaitStart(RunningProgram& watching) const {
+        std::jthread changing([this](const std::stop_token& stop) {
+            for (int n = 0; !stop.stop_requested(); ++n) {
+                DefaultsStore(file).setInteger("start", n);
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            }
+        });
+        EXPECT_THAT(watching.line(), StartsWith("start: "));
+    }
+
+    /// The next line that is about something else than the start.
+    static std::string nextLine(RunningProgram& watching) {
+        std::string line = watching.line();
+        while (line.starts_with("start: ")) {
+            line = watching.line();
+        }
+        return line;
+    }
+};
+
+TEST_F(Watching, ShowsEachChangeOfAnyProcess) {
+    DefaultsStore(file).setInteger("own", 1);
+    RunningProgram watching({"watch"}, "/dev/null", folder / "watch errors");
+    awaitStart(watching);
+    EXPECT_EQ(run({"write", "own", "-int", "2"}), prints(""));
+    EXPECT_EQ(nextLine(watching), "own: 1 -> 2");
+    DefaultsStore(file).setString("own", "a\nb");
+    EXPECT_EQ(nextLine(watching), R"(own: 2 -> "a\nb")");
+    EXPECT_EQ(run({"delete", "own"}), prints(""));
+    EXPECT_EQ(nextLine(watching), R"(own: "a\nb" -> (absent))");
+    DefaultsStore(file).importText("{\"own\": [1,\n2], \"other\": true}");
+    EXPECT_EQ(nextLine(watching), "other: (absent) -> true");
+    EXPECT_EQ(nextLine(watching), R"(own: (absent) -> [1,\n2])");
+    writeFile(file, R"({"own": "by hand"})");
+    EXPECT_EQ(nextLine(watching), "other: true -> (absent)");
+    EXPECT_EQ(nextLine(watching), R"(own: [1,\n2] -> "by hand")");
+    watching.send(SIGTERM);
+    watching.everything();
+    EXPECT_EQ(watching.wait(), 0);
+    EXPECT_EQ(readFile(folder / "watch errors"), "");
+}
+
+TEST_F(Watching, EndsWellWhenInterrupted) {
+    RunningProgram watching({"watch"}, "/dev/null", folder / "watch errors");
+    awaitStart(watching);
+    watching.send(SIGINT);
+    watching.everything();
+    EXPECT_EQ(watching.wait(), 0);
+}
+
+TEST_F(Watching, EndsAfterAsManyChangesAsAskedFor) {
+    RunningProgram watching({"watch", "--count", "2"}, "/dev/null", folder / "watch errors");
+    awaitStart(watching);
+    DefaultsStore(file).importText(R"({"a": 1, "b": 2, "start": "end"})");
+    const std::string rest = watching.everything();
+    EXPECT_EQ(std::count(rest.begin(), rest.end(), '\n'), 1);
+    EXPECT_EQ(watching.wait(), 0);
+}
+
+class Completion : public VeloraDefaults {
+protected:
+    /// What bash offers for the last of `words`, each followed by a newline.
+    std::string offered(const std::string& words) const {
+        const std::string command =
+            "bash -c 'source " VELORA_COMPLETION "; COMP_WORDS=(" VELORA_DEFAULTS_PROGRAM " " + words +
+            "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _velora_defaults; printf \"%s\\n\" \"${COMPREPLY[@]}\"' >" +
+            (folder / "offered");
+        EXPECT_EQ(std::system(command.c_str()), 0);
+        return readFile(folder / "offered");
+    }
+};
+
+TEST_F(Completion, OffersCommandsOptionsAndKeys) {
+    DefaultsStore(file).setString("Server_Own", "1");
+    EXPECT_EQ(offered("re"), "read\n");
+    EXPECT_EQ(offered("read Server_"), "Server_ID_String\nServer_ScreenControlMode\nServer_Own\n");
+    EXPECT_EQ(offered("write Server_Own -i"), "-int\n");
+    EXPECT_EQ(offered("write Server_Own Ser"), "\n") << "a value is not offered";
+    EXPECT_EQ(offered("write --force Server_O"), "Server_Own\n");
+    EXPECT_EQ(offered("list --j"), "--json\n");
+}
+
+TEST_F(VeloraDefaults, ChangesWhatPropertiesReadAtOnce) {
+    auto& preferences = UserDefaultsManager::shared();
+    // This is the one test in the program that asks for the standard store.
+    ASSERT_EQ(DefaultsStore::standard().path(),
+              std::filesystem::canonical(folder.path()).string() + "/store/UserDefaults.json");
+    for (const std::int64_t length : {4, 5, 12}) {
+        EXPECT_EQ(run({"write", "Preferences_Security_PinCodeLength", std::to_string(length)}), prints(""));
+        EXPECT_EQ(preferences.pinCodeLength(), length);
+        preferences.setPinCodeLength(length + 1);
+        EXPECT_EQ(run({"read", "Preferences_Security_PinCodeLength"}), prints(std::to_string(length + 1) + "\n"));
+    }
+    EXPECT_EQ(run({"write", "Preferences_Transfer_DownloadLocation", "/srv/in box"}), prints(""));
+    EXPECT_EQ(preferences.downloadLocation().path(), "/srv/in box");
+    EXPECT_EQ(run({"write", "Preferences_Connection_DefaultAccessLevel", "1"}), prints(""));
+    EXPECT_EQ(preferences.defaultAccessLevel(), DefaultAccessLevel::fullControl);
+}
+
+}  // namespace
+}  // namespace velora::test

@@ -1,0 +1,33 @@
+# bash completion for velora-defaults
+
+_velora_defaults() {
+    local current=${COMP_WORDS[COMP_CWORD]} command=${COMP_WORDS[1]} words= word
+    COMPREPLY=()
+    if ((COMP_CWORD == 1)); then
+        words="list read write delete export import path watch --help --version"
+    else
+        case $command in
+            list) words="--json --keys --help" ;;
+            watch) words="--count --help" ;;
+            export | import)
+                mapfile -t COMPREPLY < <(compgen -f -- "$current")
+                compopt -o filenames 2>/dev/null
+                return
+                ;;
+            read | write | delete)
+                if [[ $current == -* ]]; then
+                    words="--help"
+                    [[ $command == write ]] && words="-string -int -bool -url --force --help"
+                else
+                    for word in "${COMP_WORDS[@]:2:COMP_CWORD-2}"; do
+                        [[ $word == -* ]] || return
+                    done
+                    words=$("${COMP_WORDS[0]}" list --keys 2>/dev/null)
+                fi
+                ;;
+        esac
+    fi
+    mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+}
+
+complete -F _velora_defaults velora-defaults

@@ -1,0 +1,18 @@
+# fish completion for velora-defaults
+
+set -l commands list read write delete export import path watch
+
+complete -c velora-defaults -f
+complete -c velora-defaults -n "not __fish_seen_subcommand_from $commands" -a "$commands"
+complete -c velora-defaults -n "not __fish_seen_subcommand_from $commands" -l version -d "print the version"
+complete -c velora-defaults -l help -d "print the usage"
+complete -c velora-defaults -n "__fish_seen_subcommand_from list" -l json -d "print a JSON list"
+complete -c velora-defaults -n "__fish_seen_subcommand_from list" -l keys -d "print the keys alone"
+complete -c velora-defaults -n "__fish_seen_subcommand_from watch" -l count -x -d "end after so many changes"
+complete -c velora-defaults -n "__fish_seen_subcommand_from read write delete" -a "(velora-defaults list --keys)"
+complete -c velora-defaults -n "__fish_seen_subcommand_from write" -o string -d "write text"
+complete -c velora-defaults -n "__fish_seen_subcommand_from write" -o int -d "write an integer"
+complete -c velora-defaults -n "__fish_seen_subcommand_from write" -o bool -d "write a truth value"
+complete -c velora-defaults -n "__fish_seen_subcommand_from write" -o url -d "write a URL"
+complete -c velora-defaults -n "__fish_seen_subcommand_from write" -l force -d "write also what cannot be read back"
+complete -c velora-defaults -n "__fish_seen_subcommand_from export import" -F
