@@ -35,14 +35,14 @@ namespace {
 using namespace velora;
 
 std::filesystem::path folder() {
-    static const std::filesystem::path path = [] {
+    static const std::filesystem::path& path = *new const std::filesystem::path([] {
         const char* const chosen = std::getenv("VELORA_BENCH_FOLDER");
         std::filesystem::path made =
             chosen != nullptr ? std::filesystem::path(chosen)
                               : std::filesystem::temp_directory_path() / ("velora-bench-" + std::to_string(::getpid()));
         std::filesystem::create_directories(made);
         return made;
-    }();
+    }());
     return path;
 }
 

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <atomic>
 #include <cstdint>
+#include <fmt/format.h>
 #include <iostream>
 #include <iterator>
 #include <optional>
@@ -145,9 +146,9 @@ private:
     void addTypes() {
         for (const DefaultsValueType type : {DefaultsValueType::string, DefaultsValueType::integer,
                                              DefaultsValueType::boolean, DefaultsValueType::url}) {
-            const std::string name(nameOf(type));
-            types_.push_back(
-                write_->add_flag("--" + name)->description("write a value of type " + name + " (also -" + name + ")"));
+            const std::string_view name = nameOf(type);
+            CLI::Option* option = write_->add_flag(fmt::format("--{}", name));
+            types_.push_back(option->description(fmt::format("write a value of type {0} (also -{0})", name)));
         }
         for (CLI::Option* type : types_) {
             for (CLI::Option* other : types_) {

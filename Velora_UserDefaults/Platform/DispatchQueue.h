@@ -142,8 +142,8 @@ public:
     /// allocates. An exception that escapes from `work` is reported as one line on standard output, and
     /// the queue goes on.
     template <typename Work>
-    requires std::invocable < std::decay_t<Work>
-    & > &&(!std::derived_from<std::remove_cvref_t<Work>, Task>)void async(Work&& work) {
+    void async(Work&& work) requires(std::invocable<std::decay_t<Work>&> &&
+                                     !std::derived_from<std::remove_cvref_t<Work>, Task>) {
         async(*new Closure<std::decay_t<Work>>(std::in_place, std::forward<Work>(work)));
     }
 
@@ -152,8 +152,7 @@ public:
     /// the running batch. An exception that escapes from `work` is thrown to the caller.
     ///
     /// Two queues whose work waits for each other wait forever.
-    template <typename Work>
-    requires std::invocable<Work&>
+    template <std::invocable Work>
     void sync(Work&& work) {
         if (isCurrent()) {
             std::invoke(work);

@@ -11,15 +11,18 @@ namespace velora {
 
 class MadeInTwoSteps;
 
-template <typename Object, typename... Arguments>
-requires std::derived_from<Object, MadeInTwoSteps> std::shared_ptr<Object> make(Arguments&&... arguments);
+/// A class whose objects `make` makes.
+template <typename Object>
+concept MakeableObject = std::derived_from<Object, MadeInTwoSteps>;
+
+template <MakeableObject Object, typename... Arguments>
+std::shared_ptr<Object> make(Arguments&&... arguments);
 
 /// The pass key that lets `make` alone run the constructors of shared objects. A constructor takes it
 /// first and hands it on to its base; nothing else can create one.
 class Making {
     explicit Making() = default;
-    template <typename Object, typename... Arguments>
-    requires std::derived_from<Object, MadeInTwoSteps>
+    template <MakeableObject Object, typename... Arguments>
     friend std::shared_ptr<Object> make(Arguments&&... arguments);
 };
 
@@ -40,16 +43,15 @@ protected:
     virtual void finishMaking() {}
 
 private:
-    template <typename Object, typename... Arguments>
-    requires std::derived_from<Object, MadeInTwoSteps>
+    template <MakeableObject Object, typename... Arguments>
     friend std::shared_ptr<Object> make(Arguments&&... arguments);
 };
 
 /// Makes a shared object: `make<ConsoleDestination>(nullptr, "console")`. The arguments are those of
 /// the class's constructor without its key.
-template <typename Object, typename... Arguments>
-requires std::derived_from<Object, MadeInTwoSteps> std::shared_ptr<Object> make(Arguments&&... arguments) {
-    const auto object = std::make_shared<Object>(Making(), std::forward<Arguments>(arguments)...);
+template <MakeableObject Object, typename... Arguments>
+std::shared_ptr<Object> make(Arguments&&... arguments) {
+    auto object = std::make_shared<Object>(Making(), std::forward<Arguments>(arguments)...);
     static_cast<MadeInTwoSteps&>(*object).finishMaking();
     return object;
 }

@@ -20,6 +20,10 @@ concept MessageSource = (MessageMaker<std::remove_reference_t<Message>> ||
                          Loggable<std::remove_cvref_t<Message>>)&&!PlaceOfACall<std::remove_cvref_t<Message>> &&
                         !UserInfoSource<std::remove_cvref_t<Message>>;
 
+/// What can be the first argument behind a format: a place there belongs to a plain message.
+template <typename Argument>
+concept FormatArgument = !PlaceOfACall<std::remove_cvref_t<Argument>>;
+
 /// The log calls of one level, in every shape; `log->info` is one of these.
 ///
 ///     log->info("text");                                // text as it is: braces mean nothing here
@@ -81,16 +85,15 @@ public:
     }
 
     /// A format and its arguments.
-    template <typename First, typename... Rest>
-    requires(!PlaceOfACall<std::remove_cvref_t<First>>) void operator()(
-        LocatedFormat<std::type_identity_t<First>, std::type_identity_t<Rest>...> format, First&& first,
-        Rest&&... rest) const {
+    template <FormatArgument First, typename... Rest>
+    void operator()(LocatedFormat<std::type_identity_t<First>, std::type_identity_t<Rest>...> format, First&& first,
+                    Rest&&... rest) const {
         logFormatted(UserInfoReference(), format.location, format.format, first, rest...);
     }
-    template <UserInfoSource Info, typename First, typename... Rest>
-    requires(!PlaceOfACall<std::remove_cvref_t<First>>) void operator()(
-        const Info& userInfo, LocatedFormat<std::type_identity_t<First>, std::type_identity_t<Rest>...> format,
-        First&& first, Rest&&... rest) const {
+    template <UserInfoSource Info, FormatArgument First, typename... Rest>
+    void operator()(const Info& userInfo,
+                    LocatedFormat<std::type_identity_t<First>, std::type_identity_t<Rest>...> format, First&& first,
+                    Rest&&... rest) const {
         logFormatted(userInfo, format.location, format.format, first, rest...);
     }
 

@@ -99,6 +99,17 @@ bool render(const Value& value, std::string& out) {
 }
 
 class MessageClosure;
+class MessageReference;
+
+/// What a `MessageReference` can refer to.
+template <typename Message>
+concept MessageArgument = !std::same_as<std::remove_cvref_t<Message>, MessageReference> &&
+                          (MessageMaker<std::remove_reference_t<Message>> || Loggable<std::remove_cvref_t<Message>>);
+
+/// A closure that a `MessageClosure` can keep.
+template <typename Closure>
+concept KeepableMessageMaker =
+    !std::same_as<std::remove_cvref_t<Closure>, MessageClosure> && MessageMaker<std::decay_t<Closure>>;
 
 /// Refers to a log call's message without making its text: a value, or a closure that makes one.
 ///
@@ -106,21 +117,9 @@ class MessageClosure;
 /// call; whatever it refers to must outlive it.
 class MessageReference {
 public:
-    template <typename Message>
-    requires(!std::same_as<std::remove_cvref_t<Message>, MessageReference>) &&
-        (MessageMaker<std::remove_reference_t<Message>> || Loggable<std::remove_cvref_t<Message>>)MessageReference(
-            Message&& message)  // NOLINT(google-explicit-constructor, bugprone-forwarding-reference-overload)
-        : message_(addressOf(message)),
-    render_([](void* object, std::string& out) {
-        auto& typed = *typedAddress<std::remove_reference_t<Message>>(object);
-        if constexpr (std::same_as<std::remove_cvref_t<Message>, MessageClosure>) {
-            return typed.render(out);
-        } else if constexpr (MessageMaker<std::remove_reference_t<Message>>) {
-            return velora::render(std::invoke(typed), out);
-        } else {
-            return velora::render(typed, out);
-        }
-    }) {}
+    template <MessageArgument Message>
+    MessageReference(Message&& message)  // NOLINT(bugprone-forwarding-reference-overload): the concept excludes copies
+        : message_(addressOf(message)), render_(renderTyped<std::remove_reference_t<Message>>) {}
 
     /// A message whose text `append` appends to the `std::string&` it is given.
     template <typename Append>
@@ -137,6 +136,18 @@ public:
 private:
     MessageReference(void* message, bool (*render)(void* message, std::string& out)) noexcept
         : message_(message), render_(render) {}
+
+    template <typename Message>
+    static bool renderTyped(void* message, std::string& out) {
+        Message& typed = *typedAddress<Message>(message);
+        if constexpr (std::same_as<std::remove_cv_t<Message>, MessageClosure>) {
+            return typed.render(out);
+        } else if constexpr (MessageMaker<Message>) {
+            return velora::render(std::invoke(typed), out);
+        } else {
+            return velora::render(typed, out);
+        }
+    }
 
     // A closure may be a plain function, whose address POSIX lets a pointer to an object hold.
     template <typename Message>
@@ -164,9 +175,8 @@ private:
 class MessageClosure {
 public:
     /// Keeps a copy of `closure`, which takes nothing and returns a message or an optional one.
-    template <typename Closure>
-    requires(!std::same_as<std::remove_cvref_t<Closure>, MessageClosure>) &&
-        MessageMaker<std::decay_t<Closure>> MessageClosure(Closure closure)  // NOLINT(google-explicit-constructor)
+    template <KeepableMessageMaker Closure>
+    MessageClosure(Closure closure)  // NOLINT(google-explicit-constructor): closures convert
         : render_([closure = std::move(closure)](std::string& out) mutable {
               return MessageReference(closure).render(out);
           }) {}
@@ -184,11 +194,13 @@ private:
     std::function<bool(std::string& out)> render_;
 };
 
+template <typename Text>
+concept ConvertsToText = std::convertible_to<const Text&, std::string_view>;
+
 /// A format text, checked against its arguments by the compiler, with the place of the call.
 template <typename... Arguments>
 struct LocatedFormat {
-    template <typename Text>
-    requires std::convertible_to<const Text&, std::string_view>
+    template <ConvertsToText Text>
     consteval LocatedFormat(const Text& text,  // NOLINT(google-explicit-constructor): written as a plain text
                             SourceLocation place = SourceLocation::current())
         : format(text), location(place) {}

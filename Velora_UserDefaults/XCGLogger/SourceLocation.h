@@ -36,9 +36,11 @@ struct SourceLocation {
     /// A place told by the caller; a record copies the texts.
     constexpr SourceLocation(std::string_view function, std::string_view file, std::int64_t line) noexcept
         : functionName(function), fileName(file), lineNumber(line) {}
-    /// The standard's own kind of place; its function name has the parameters.
+#ifdef __cpp_lib_source_location
+    /// The standard's own kind of place, where the compiler has it; its function name has the parameters.
     constexpr SourceLocation(const std::source_location& place) noexcept  // NOLINT(google-explicit-constructor)
         : SourceLocation(place.function_name(), place.file_name(), static_cast<std::int64_t>(place.line()), true) {}
+#endif
 
 private:
     constexpr SourceLocation(std::string_view function, std::string_view file, std::int64_t line,

@@ -39,15 +39,15 @@ std::ostream& operator<<(std::ostream& stream, const Change& change) {
 
 /// A change to `value` through a pair of a getter and a setter.
 template <typename Get, typename Set, typename Value>
-Change change(std::string property, std::string variant, std::string key, Get get, Set set, Value value,
-              std::optional<std::string> json, std::optional<std::string> line) {
+Change change(const std::string& property, const std::string& variant, const std::string& key, Get get, Set set,
+              Value value, const std::optional<std::string>& json, const std::optional<std::string>& line) {
     return {.name = property + variant,
-            .property = std::move(property),
-            .key = std::move(key),
+            .property = property,
+            .key = key,
             .make = [set, value](Manager& manager) { (manager.*set)(value); },
             .isMade = [get, value](const Manager& manager) { return (manager.*get)() == value; },
-            .json = std::move(json),
-            .line = std::move(line)};
+            .json = json,
+            .line = line};
 }
 
 #define CHANGE(property, Property, variant, key, value, json, line) \

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <fcntl.h>
@@ -11,7 +12,6 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <poll.h>
-#include <signal.h>
 #include <spawn.h>
 #include <string>
 #include <support/TemporaryFolder.h>
@@ -464,7 +464,7 @@ protected:
     std::string offered(const std::string& words) const {
         const std::string command =
             "bash -c 'source " VELORA_COMPLETION "; COMP_WORDS=(" VELORA_DEFAULTS_PROGRAM " " + words +
-            "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _velora_defaults; printf \"%s\\n\" \"${COMPREPLY[@]}\"' >" +
+            R"(); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _velora_defaults; printf "%s\n" "${COMPREPLY[@]}"' >)" +
             (folder / "offered");
         EXPECT_EQ(std::system(command.c_str()), 0);
         return readFile(folder / "offered");

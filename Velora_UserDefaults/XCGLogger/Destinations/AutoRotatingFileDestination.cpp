@@ -34,7 +34,7 @@ double now() {
 
 /// The attribute's value; nothing if it is missing or cannot be read.
 std::optional<std::string> attribute(const std::string& path, std::string_view name) {
-    FileResult<std::optional<std::string>> value = readExtendedAttribute(path, name);
+    auto value = readExtendedAttribute(path, name);
     return value ? *std::move(value) : std::nullopt;
 }
 
@@ -76,8 +76,8 @@ AutoRotatingFileDestination::AutoRotatingFileDestination(
 AutoRotatingFileDestination::AutoRotatingFileDestination(Making key, std::shared_ptr<XCGLogger> owner,
                                                          const FileTarget& writeToFile, std::string identifier,
                                                          bool /*shouldAppend*/,
-                                                         std::optional<std::string> /*appendMarker*/,
-                                                         std::optional<FileAttributes> /*attributes*/)
+                                                         const std::optional<std::string>& /*appendMarker*/,
+                                                         const std::optional<FileAttributes>& /*attributes*/)
     : AutoRotatingFileDestination(key, std::move(owner), writeToFile, std::move(identifier), Options()) {
     fatalError(
         "Use of unimplemented initializer 'init(owner:writeToFile:identifier:shouldAppend:appendMarker:attributes:)' "
@@ -258,7 +258,7 @@ std::vector<URL> AutoRotatingFileDestination::archivedFileURLs() const {
         if (attribute(path, Constants::extendedAttributeArchivedLogIdentifierKey) != identifier()) {
             continue;
         }
-        std::optional<std::string> timestamp = attribute(path, Constants::extendedAttributeArchivedLogTimestampKey);
+        auto timestamp = attribute(path, Constants::extendedAttributeArchivedLogTimestampKey);
         if (timestamp && isValidUTF8(*timestamp)) {
             archives.emplace_back(*std::move(timestamp), path);
         }

@@ -64,7 +64,8 @@ public:
     /// The six arguments of a plain file destination say nothing of rotation: a fatal error.
     [[deprecated("say when to rotate: pass Options, or the sizes and times too")]] AutoRotatingFileDestination(
         Making key, std::shared_ptr<XCGLogger> owner, const FileTarget& writeToFile, std::string identifier,
-        bool shouldAppend, std::optional<std::string> appendMarker, std::optional<FileAttributes> attributes);
+        bool shouldAppend, const std::optional<std::string>& appendMarker,
+        const std::optional<FileAttributes>& attributes);
 
     ~AutoRotatingFileDestination() override;
 

@@ -25,7 +25,7 @@ bool holdsAFile() {
 }
 
 /// How much a batch gathers before it is written in the middle.
-constexpr std::size_t maximumPendingBytes = 64 * 1'024;
+constexpr std::size_t maximumPendingBytes = 65'536;
 
 }  // namespace
 
@@ -155,7 +155,7 @@ void FileDestination::setOwner(std::shared_ptr<XCGLogger> owner) {
     }
     const HeldFile held(*this);
     // The base's own override would wait for the queue, which waits for the file.
-    BaseDestination::setOwner(std::move(owner));
+    BaseDestination::setOwner(std::move(owner));  // NOLINT(bugprone-parent-virtual-call)
     if (this->owner()) {
         openFile();
     } else {
