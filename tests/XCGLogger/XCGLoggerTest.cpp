@@ -402,7 +402,8 @@ TEST(XCGLoggerCall, KeepsEveryByteOfItsMessage) {
 TEST(XCGLoggerCall, CarriesAMessageOfTenMegabytes) {
     const RecordedLogger<> recorded;
     const auto second = recorded.addRecording("second");
-    std::string huge(10'000'000, 'x');
+    std::string huge;
+    huge.resize(10'000'000, 'x');
     huge.back() = '!';
     recorded.log->info(huge);
     recorded.log->info("small");

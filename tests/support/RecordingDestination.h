@@ -84,7 +84,7 @@ public:
     /// Adds a destination of a given class, without columns and at level `verbose`.
     template <typename Destination = RecordingDestination>
     std::shared_ptr<Destination> addRecording(std::string identifier) const {
-        const auto destination = make<Destination>(nullptr, std::move(identifier));
+        auto destination = make<Destination>(nullptr, std::move(identifier));
         hideColumns(*destination);
         destination->setOutputLevel(Level::verbose);
         log->add(destination);
