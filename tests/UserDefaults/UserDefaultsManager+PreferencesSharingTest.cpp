@@ -37,6 +37,7 @@ TEST_F(SharedPreferences, AnnounceEachChangeOnceWhileTheLoggerIsReplaced) {
     });
     {
         std::vector<std::jthread> setting;
+        setting.reserve(3);
         for (int thread = 0; thread < 3; ++thread) {
             setting.emplace_back([this] {
                 for (std::size_t n = 0; n < changesPerThread; ++n) {
