@@ -17,7 +17,7 @@ class Thing : public MadeInTwoSteps, public std::enable_shared_from_this<Thing> 
 public:
     explicit Thing(Making key, std::string name = "unnamed") : MadeInTwoSteps(key), name_(std::move(name)) {
         ++livingThings;
-        steps.push_back("constructed");
+        steps.emplace_back("constructed");
     }
     ~Thing() override { --livingThings; }
 
@@ -28,11 +28,11 @@ public:
 protected:
     void finishMaking() override {
         MadeInTwoSteps::finishMaking();
-        steps.push_back("finished");
+        steps.emplace_back("finished");
         addToSteps();
         seenInSecondStep = shared_from_this();
     }
-    virtual void addToSteps() { steps.push_back("base"); }
+    virtual void addToSteps() { steps.emplace_back("base"); }
 
 private:
     std::string name_;
@@ -43,7 +43,7 @@ public:
     using Thing::Thing;
 
 protected:
-    void addToSteps() override { steps.push_back("override"); }
+    void addToSteps() override { steps.emplace_back("override"); }
 };
 
 class MoveOnlyThing : public MadeInTwoSteps {

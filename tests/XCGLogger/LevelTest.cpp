@@ -65,6 +65,7 @@ TEST(Level, IsOrderedByItsRawValue) {
 
 TEST(Level, IsDescribedByItsWord) {
     std::vector<std::string> words;
+    words.reserve(Levels::allCases.size());
     for (const Level level : Levels::allCases) {
         words.emplace_back(description(level));
     }

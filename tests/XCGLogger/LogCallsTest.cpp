@@ -307,6 +307,7 @@ TYPED_TEST(EveryLogCall, LogsAValueAtAPlaceTold) {
         });
 }
 
+#if defined(__cpp_lib_source_location)
 TYPED_TEST(EveryLogCall, TakesTheStandardsSourceLocation) {
     const std::source_location here = std::source_location::current();
     this->expectAtEachLevel({.message = "text", .functionName = here.function_name()},
@@ -320,6 +321,7 @@ TYPED_TEST(EveryLogCall, TakesTheStandardsSourceLocation) {
                                 return here.line();
                             });
 }
+#endif
 
 TYPED_TEST(EveryLogCall, LogsWhatAClosureMakes) {
     this->expectAtEachLevel({.message = "{}"}, [](const typename TypeParam::Call& call) {

@@ -22,6 +22,7 @@ TEST(SourceLocation, IsThatOfTheCallAsADefaultArgument) {
     EXPECT_TRUE(place.isStatic);
 }
 
+#if defined(__cpp_lib_source_location)
 TEST(SourceLocation, TakesTheStandardsOwn) {
     const std::source_location standard = std::source_location::current();
     const SourceLocation place = standard;
@@ -30,6 +31,7 @@ TEST(SourceLocation, TakesTheStandardsOwn) {
     EXPECT_EQ(place.lineNumber, static_cast<std::int64_t>(standard.line()));
     EXPECT_TRUE(place.isStatic);
 }
+#endif
 
 TEST(SourceLocation, ToldByTheCallerIsNotTakenForStatic) {
     constexpr auto farthest = std::numeric_limits<std::int64_t>::max();

@@ -19,6 +19,7 @@ template <typename Work>
 void runOnThreads(Work work) {
     std::atomic<int> ready = 0;
     std::vector<std::thread> threads;
+    threads.reserve(threadCount);
     for (int thread = 0; thread < threadCount; ++thread) {
         threads.emplace_back([&, thread] {
             ++ready;
