@@ -1,4 +1,3 @@
-#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -145,7 +144,7 @@ void FileDestination::setWriteToFileURL(const std::optional<FileTarget>& target)
 }
 
 bool FileDestination::isOpen() const {
-    const std::scoped_lock guard(file_->lock);
+    const HeldFile held(*this);
     return file_->isOpen();
 }
 

@@ -100,9 +100,9 @@ void LogFile::writePending() {
             done = end;
         }
     }
-    constexpr std::size_t keptCapacity = 256 * 1'024;
+    constexpr std::size_t keptCapacity = 262'144;
     if (pending_.capacity() > keptCapacity) {
-        pending_ = std::string();
+        std::string().swap(pending_);  // an assignment would keep the memory
     } else {
         pending_.clear();
     }
