@@ -209,6 +209,7 @@ TEST_F(BaseQueuedDestinationTest, KeepsTheOrderOfEachThread) {
     constexpr int threadCount = 8;
     constexpr int lineCount = 2'000;
     std::vector<std::thread> threads;
+    threads.reserve(threadCount);
     for (int thread = 0; thread < threadCount; ++thread) {
         threads.emplace_back([this, thread] {
             for (int i = 0; i < lineCount; ++i) {
@@ -236,6 +237,7 @@ TEST_F(BaseQueuedDestinationTest, LivesUntilItsLastLineIsWritten) {
         using BaseQueuedDestination::BaseQueuedDestination;
         void write(std::string_view message) override { written.emplace_back(message); }
     };
+    written.clear();
     auto destination = make<Telling>(logger_.log, "telling");
     hideColumns(*destination);
     destination->setLogQueue(queue_);
@@ -297,6 +299,7 @@ TEST_F(BaseQueuedDestinationTest, LogsFromItsOwnQueueInOrder) {
     })}});
     log_.info("one");
     queue_->drain();
+    queue_->drain();  // the filter's line was handed over behind the first one's end
     EXPECT_THAT(destination_->lines(), ElementsAre("> one", "> from the filter"));
 }
 

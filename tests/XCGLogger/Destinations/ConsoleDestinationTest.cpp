@@ -1,10 +1,10 @@
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
-#include <signal.h>
 #include <string>
 #include <thread>
 #include <unistd.h>
@@ -20,7 +20,6 @@
 namespace velora::test {
 namespace {
 
-using std::string_literals::operator""s;
 using testing::MatchesRegex;
 
 class ConsoleDestinationTest : public testing::Test {
@@ -61,7 +60,7 @@ TEST_F(ConsoleDestinationTest, EndsEachLineWithALineFeedOfItsOwn) {
 }
 
 TEST_F(ConsoleDestinationTest, PrintsBytesAsTheyAre) {
-    const std::string message = "nul \0 and no text \xff\xc3"s;
+    const std::string message = "nul " + std::string(1, '\0') + " and no text \xff\xc3";
     EXPECT_EQ(printed([&] { log_.info(message); }), "> " + message + "\n");
 }
 
@@ -114,6 +113,7 @@ TEST_F(ConsoleDestinationTest, NeverMixesLinesOfSeveralThreads) {
     };
     const std::string output = printed([&] {
         std::vector<std::thread> threads;
+        threads.reserve(threadCount);
         for (int thread = 0; thread < threadCount; ++thread) {
             threads.emplace_back([&, thread] {
                 for (int i = 0; i < lineCount; ++i) {
@@ -138,7 +138,8 @@ TEST_F(ConsoleDestinationTest, NeverMixesLinesOfSeveralThreads) {
 }
 
 TEST_F(ConsoleDestinationTest, PrintsAMessageOfTenMegabytes) {
-    const std::string message(10'000'000, 'x');
+    std::string message;
+    message.resize(10'000'000, 'x');
     EXPECT_TRUE(printed([&] { log_.info(message); }) == "> " + message + "\n");
 }
 

@@ -10,7 +10,6 @@
 #include <limits>
 #include <memory>
 #include <optional>
-#include <signal.h>
 #include <stdexcept>
 #include <string>
 #include <sys/stat.h>
@@ -402,7 +401,8 @@ TEST_F(FileDestinationTest, WritesANulByte) {
 
 TEST_F(FileDestinationTest, WritesAMessageOfTenMegabytes) {
     const auto file = addFile();
-    const std::string message(10'000'000, 'x');
+    std::string message;
+    message.resize(10'000'000, 'x');
     log_.info(message);
     const auto queue = DispatchQueue::make("file");
     file->setLogQueue(queue);

@@ -4,10 +4,13 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fmt/format.h>
 #include <fstream>
 #include <functional>
 #include <gmock/gmock.h>
@@ -15,7 +18,6 @@
 #include <memory>
 #include <new>
 #include <optional>
-#include <signal.h>
 #include <spawn.h>
 #include <string>
 #include <string_view>
@@ -43,8 +45,6 @@ extern "C" __attribute__((visibility("default"))) const char* __tsan_default_opt
 namespace velora::test {
 namespace {
 
-using testing::ElementsAre;
-
 /// The text that thread `thread` logs as its line `i`; its length varies, its end tells whether it is whole.
 std::string text(int thread, int i) {
     return "t " + std::to_string(thread) + " " + std::to_string(i) + " " +
@@ -62,6 +62,7 @@ public:
 
 void runThreads(int count, const std::function<void(int thread)>& work) {
     std::vector<std::thread> threads;
+    threads.reserve(static_cast<std::size_t>(count));
     for (int thread = 0; thread < count; ++thread) {
         threads.emplace_back(work, thread);
     }
@@ -117,19 +118,19 @@ protected:
     }
 
     static constexpr int threadCount = 8;
-    static constexpr int lineCount = 2'000;
+    static constexpr int lineCount = 1'000;
 
     /// Logs on several threads while another one rotates and flushes.
-    void logWhileRotating(const std::shared_ptr<DispatchQueue>& queue) {
+    void logWhileRotating(const std::shared_ptr<DispatchQueue>& queue, int lines = lineCount) {
         const auto file = addFile();
         file->setLogQueue(queue);
         std::atomic<bool> isDone = false;
         std::vector<std::string> files;
         std::thread rotating([&] { files = rotateUntil(isDone, *file, 200); });
-        runThreads(threadCount, [this](int thread) {
-            for (int i = 0; i < lineCount; ++i) {
+        runThreads(threadCount, [&](int thread) {
+            for (int i = 0; i < lines; ++i) {
                 // Some rotations at least fall between the lines, however busy the machine is.
-                while (rotations_ < i / (lineCount / 4)) {
+                while (rotations_ < i / (lines / 4)) {
                     std::this_thread::yield();
                 }
                 log_.info(text(thread, i));
@@ -140,7 +141,7 @@ protected:
         log_.remove(file);
         EXPECT_GE(files.size(), 3U);
         files.push_back(folder_ / "app.log");
-        expectEveryLineOnce(files, threadCount, lineCount);
+        expectEveryLineOnce(files, threadCount, lines);
     }
 
     const Watchdog watchdog_;
@@ -172,7 +173,7 @@ TEST_F(FileDestinationThreadsTest, RotatesWhileTheQueueHasNoRoom) {
     const auto queue = DispatchQueue::make("small", 2);
     const auto beside = logger_.addRecording<WritingDestination>("on the same queue");
     beside->setLogQueue(queue);
-    logWhileRotating(queue);
+    logWhileRotating(queue, 200);
 }
 
 TEST_F(FileDestinationThreadsTest, BearsThatOtherThreadsFlushAndAskWhetherItIsOpen) {
@@ -243,9 +244,10 @@ protected:
     }
     std::vector<std::string> announcedInOrder(const FileDestination& file, int rotations) const {
         std::vector<std::string> lines;
+        lines.reserve(static_cast<std::size_t>(rotations));
         const std::string path = folder_ / file.identifier();
         for (int i = 0; i < rotations; ++i) {
-            lines.push_back("> Rotated file " + path + " to " + path + "." + std::to_string(i));
+            lines.push_back(fmt::format("> Rotated file {0} to {0}.{1}", path, i));
         }
         return lines;
     }
@@ -264,9 +266,12 @@ TEST_F(TwoFilesTest, KeepTheOrderOfTheLinesOfAThreadThatDoesNotWaitForAFile) {
     const auto b = addFile("b");
     std::atomic<bool> isDone = false;
     std::thread other([&] {
-        // Holds `b` again and again, so that the closure below finds it taken.
-        while (!isDone) {
-            b->flush();
+        // Holds `b` again and again, mostly briefly, so that the closure below finds it now taken and now free.
+        for (int i = 0; !isDone; ++i) {
+            EXPECT_TRUE(b->isOpen());
+            if (i % 100 == 0) {
+                b->flush();
+            }
         }
     });
     constexpr int rounds = 50;
@@ -394,6 +399,35 @@ TEST_F(BatchTest, IsWrittenWhenTheLastReferenceToTheFileGoesWithIt) {
     }
 }
 
+TEST_F(BatchTest, KeepsItsFileAliveUntilItEnds) {
+    auto file = make<FileDestination>(logger_.log, folder_ / "app.log", "unregistered");
+    hideColumns(*file);
+    file->setLogQueue(queue_);
+    const std::weak_ptr<FileDestination> weak = file;
+    std::atomic<bool> isWritten = false;
+    std::atomic<bool> mayEnd = false;
+    {
+        const Gate gate(*queue_);
+        LogDetails record = aRecord(text(0, 0));
+        file->process(record);
+        queue_->async([&] {
+            isWritten = true;
+            while (!mayEnd) {
+                std::this_thread::yield();
+            }
+        });
+    }
+    while (!isWritten) {
+        std::this_thread::yield();
+    }
+    file.reset();
+    EXPECT_FALSE(weak.expired());
+    mayEnd = true;
+    queue_->drain();
+    EXPECT_TRUE(weak.expired());
+    EXPECT_TRUE(readFile(folder_ / "app.log").ends_with("> " + text(0, 0) + "\n"));
+}
+
 TEST_F(BatchTest, HoldsNoLineBackOnceTheQueueIsIdle) {
     const auto file = addFile();
     file->setLogQueue(queue_);
@@ -438,6 +472,7 @@ TEST_F(FileDestinationForkTest, GoesOnInAChildForkedWhileAnotherThreadLogs) {
     // The thread allocates nothing: the sanitizers' allocator could be locked in the child for ever.
     logger_.recording->setOutputLevel(Level::none);
     std::vector<std::string> texts;
+    texts.reserve(200);
     for (int i = 0; i < 200; ++i) {
         texts.push_back(text(0, i));
     }
@@ -489,7 +524,7 @@ int statusOfProcess(const std::string& name, const std::string& path) {
     return status;
 }
 
-constexpr int linesAtExit = 20'000;
+constexpr int linesAtExit = 5'000;
 
 /// Logs to the file that the environment names, by a queue, and leaves the rest to the end of the process.
 void logAndLeaveTheRestToTheEnd() {
@@ -500,6 +535,8 @@ void logAndLeaveTheRestToTheEnd() {
     hideColumns(*file);
     file->setLogQueue(XCGLogger::logQueue());
     log->add(file);
+    // Still runs when the lines were logged and the process begins to end.
+    file->logQueue()->async([] { std::this_thread::sleep_for(std::chrono::milliseconds(200)); });
     for (int i = 0; i < linesAtExit; ++i) {
         log->info(text(0, i));
     }

@@ -1,8 +1,8 @@
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <string>
 #include <sys/resource.h>
 #include <thread>

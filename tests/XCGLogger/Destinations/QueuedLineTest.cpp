@@ -88,6 +88,7 @@ TEST_F(QueuedLineTest, PassesBetweenThreadsThatComeAndGo) {
     constexpr int linesPerThread = 200;
     for (int round = 0; round < rounds; ++round) {
         std::vector<std::thread> threads;
+        threads.reserve(threadsPerRound);
         for (int thread = 0; thread < threadsPerRound; ++thread) {
             threads.emplace_back([this] {
                 for (int i = 0; i < linesPerThread; ++i) {
