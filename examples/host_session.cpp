@@ -5,17 +5,16 @@
 // writes its log files and archives to FOLDER (by default host_session in the temporary folder) and tells
 // at its end what it wrote. Preferences are the user's own unless VELORA_DEFAULTS_FILE names another file.
 
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 #include <Velora_UserDefaults/Velora_UserDefaults.h>
@@ -116,8 +115,8 @@ void show(const std::filesystem::path& file) {
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
-    const std::filesystem::path folder =
-        argumentCount > 1 ? std::filesystem::path(arguments[1]) : std::filesystem::temp_directory_path() / "host_session";
+    const std::filesystem::path folder = argumentCount > 1 ? std::filesystem::path(arguments[1])
+                                                           : std::filesystem::temp_directory_path() / "host_session";
     std::filesystem::create_directories(folder);
 
     headline("A logger with a console, the system log and a file that rotates");

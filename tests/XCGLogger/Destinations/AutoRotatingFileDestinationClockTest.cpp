@@ -1,0 +1,116 @@
+// What a rotating file does when the system's clock jumps. This program has a clock_gettime of its own, which
+// the library then uses too.
+
+#include <atomic>
+#include <cstdint>
+#include <ctime>
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <support/TemporaryFolder.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+#include <vector>
+
+#include <Velora_UserDefaults/Platform/Date.h>
+#include <Velora_UserDefaults/Platform/DateFormatter.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/AutoRotatingFileDestination.h>
+#include <Velora_UserDefaults/XCGLogger/XCGLogger.h>
+
+namespace {
+
+std::atomic<std::int64_t> jumpInSeconds = 0;
+
+}  // namespace
+
+extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
+    const auto result = static_cast<int>(::syscall(SYS_clock_gettime, clock, time));
+    if (clock == CLOCK_REALTIME) {
+        time->tv_sec += jumpInSeconds;
+    }
+    return result;
+}
+
+namespace velora::test {
+namespace {
+
+constexpr std::int64_t hour = 3'600;
+
+/// Archives named in the order in which they are made, whatever the clock says.
+class CountingFormatter : public DateFormatter {
+public:
+    CountingFormatter() : DateFormatter("yyyy") {}
+    void append(Date /*date*/, std::string& out) const override { out += "_" + std::to_string(++count_); }
+
+private:
+    mutable int count_ = 0;
+};
+
+class AutoRotatingFileDestinationClock : public testing::Test {
+protected:
+    AutoRotatingFileDestinationClock() { log->add(file); }
+    AutoRotatingFileDestinationClock(const AutoRotatingFileDestinationClock&) = delete;
+    AutoRotatingFileDestinationClock& operator=(const AutoRotatingFileDestinationClock&) = delete;
+    ~AutoRotatingFileDestinationClock() override {
+        log->remove(file);
+        jumpInSeconds = 0;
+    }
+
+    std::size_t archiveCount() const { return file->archivedFileURLs().size(); }
+    std::string everything() const {
+        std::string text = readFile(folder / "app.log");
+        for (const URL& archive : file->archivedFileURLs()) {
+            text += readFile(archive.path());
+        }
+        return text;
+    }
+
+    TemporaryFolder folder;
+    std::shared_ptr<XCGLogger> log = make<XCGLogger>("log", false);
+    std::shared_ptr<AutoRotatingFileDestination> file = make<AutoRotatingFileDestination>(
+        nullptr, folder / "app.log", "rotating",
+        AutoRotatingFileDestination::Options{.maxFileSize = 0,
+                                             .maxTimeInterval = 600,
+                                             .archiveSuffixDateFormatter = std::make_shared<CountingFormatter>(),
+                                             .targetMaxLogFiles = 255});
+};
+
+TEST_F(AutoRotatingFileDestinationClock, UsesTheClockOfThisProgram) {
+    const Date before = currentDate();
+    jumpInSeconds = hour;
+    EXPECT_GE(currentDate() - before, std::chrono::seconds(hour));
+}
+
+TEST_F(AutoRotatingFileDestinationClock, RotatesOnceForAJumpForward) {
+    log->info("before");
+    ASSERT_EQ(archiveCount(), 0U);
+    jumpInSeconds = 5 * hour;
+    for (int line = 0; line < 20; ++line) {
+        log->info("line {}", line);
+    }
+    EXPECT_EQ(archiveCount(), 1U);
+}
+
+TEST_F(AutoRotatingFileDestinationClock, DoesNotRotateForAJumpBack) {
+    jumpInSeconds = -5 * hour;
+    for (int line = 0; line < 20; ++line) {
+        log->info("line {}", line);
+    }
+    EXPECT_EQ(archiveCount(), 0U);
+}
+
+TEST_F(AutoRotatingFileDestinationClock, RotatesAtMostOnceAJumpAndLosesNoLine) {
+    constexpr int jumps = 40;
+    for (int jump = 0; jump < jumps; ++jump) {
+        jumpInSeconds = (jump % 2 == 0 ? 7 : -9) * hour;
+        log->info("line {} end", jump);
+    }
+    EXPECT_LE(archiveCount(), static_cast<std::size_t>(jumps));
+    const std::string text = everything();
+    for (int jump = 0; jump < jumps; ++jump) {
+        EXPECT_NE(text.find("> line " + std::to_string(jump) + " end\n"), std::string::npos) << jump;
+    }
+}
+
+}  // namespace
+}  // namespace velora::test
