@@ -123,8 +123,8 @@ void AutoRotatingFileDestination::takeOverLiveFile() {
                Level::warning);
         return;
     }
-    const std::uint64_t* const size = find<std::uint64_t>(*attributes, FileAttributeKey::size);
-    const Date* const creationDate = find<Date>(*attributes, FileAttributeKey::creationDate);
+    const auto* const size = find<std::uint64_t>(*attributes, FileAttributeKey::size);
+    const auto* const creationDate = find<Date>(*attributes, FileAttributeKey::creationDate);
     currentLogFileSize_ = size == nullptr ? 0 : *size;
     currentLogStartTimeInterval_ = creationDate == nullptr ? now() : secondsSince1970(*creationDate);
 }
