@@ -36,7 +36,8 @@ void usePreferences(const std::string& folder) {
 }
 
 void useFormatters() {
-    velora::LogDetails record{.level = velora::Level::info};
+    velora::LogDetails record;
+    record.level = velora::Level::info;
     std::string line = "hi";
     check(velora::make<velora::Base64LogFormatter>()->format(record, line) == "aGk=");
     const auto marks = velora::make<velora::PrePostFixLogFormatter>();
