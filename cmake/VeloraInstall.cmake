@@ -15,6 +15,7 @@ set(VELORA_INTERNAL_HEADERS
     Platform/ProcessInfo
     Platform/RecursiveLock
     Platform/Reused
+    Platform/StandardOutput
     Platform/SystemLog
     Platform/Text
     Platform/TypeName
