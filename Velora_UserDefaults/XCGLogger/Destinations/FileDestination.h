@@ -23,8 +23,9 @@ namespace velora {
 /// appended to gets the append marker first.
 ///
 /// **Durability.** Without a queue each line is in the kernel when the log call returns, written by one
-/// system call in append mode: it survives a crash of the process. With a queue the lines of a batch are
-/// written with one call. Data reaches the disk by `flush`, closing, rotation, or the system's own time.
+/// system call in append mode: it survives a crash of the process. (A process that is killed within a call
+/// may leave the beginning of that one line.) With a queue the lines of a batch are written with one call.
+/// Data reaches the disk by `flush`, closing, rotation, or the system's own time.
 ///
 /// **Threads.** Any number of threads may log through one destination: no line is torn, lost or doubled,
 /// also while another thread rotates or flushes. Closures given to `flush` and `rotateFile`, and internal

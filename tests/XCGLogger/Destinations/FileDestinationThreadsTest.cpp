@@ -618,13 +618,21 @@ TEST_F(FileDestinationThreadsTest, HasEveryLineWhoseCallReturnedWhenTheProcessIs
         }
         ::kill(child, SIGKILL);
         ::waitpid(child, nullptr, 0);
-        const std::vector<std::string> lines = splitLines(readFile(path));
-        const auto logged = static_cast<int>(lines.size()) - 3;
-        EXPECT_GE(logged, *returned);
-        EXPECT_LE(logged, *returned + 1);
-        EXPECT_EQ(readFile(path).back(), '\n');
+        // The kernel may end a write at a page's end when it kills the process, so the line whose call
+        // had not returned may be cut; every other one is whole.
+        const std::string content = readFile(path);
+        std::vector<std::string> lines = splitLines(content);
+        lines.erase(lines.begin(), lines.begin() + 3);
+        const int called = *returned;
+        if (!content.ends_with('\n')) {
+            EXPECT_TRUE(("> " + text(0, called)).starts_with(lines.back()));
+            lines.pop_back();
+        }
+        const auto logged = static_cast<int>(lines.size());
+        EXPECT_GE(logged, called);
+        EXPECT_LE(logged, called + 1);
         for (int i = 0; i < logged; ++i) {
-            EXPECT_EQ(lines.at(static_cast<std::size_t>(i) + 3), "> " + text(0, i));
+            EXPECT_EQ(lines.at(static_cast<std::size_t>(i)), "> " + text(0, i));
         }
     }
 }
