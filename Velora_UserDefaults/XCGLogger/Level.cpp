@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <ostream>
 
 #include <Velora_UserDefaults/XCGLogger/Level.h>
@@ -15,3 +16,8 @@ std::ostream& operator<<(std::ostream& stream, Level level) {
 }
 
 }  // namespace velora
+
+fmt::format_context::iterator fmt::formatter<velora::Level>::format(velora::Level level,
+                                                                    fmt::format_context& context) const {
+    return word_.format(velora::description(level), context);
+}

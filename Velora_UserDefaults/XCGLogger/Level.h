@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <fmt/core.h>
 #include <iosfwd>
 #include <string_view>
 
@@ -38,3 +39,13 @@ VELORA_EXPORT std::string_view description(Level level) noexcept;
 VELORA_EXPORT std::ostream& operator<<(std::ostream& stream, Level level);
 
 }  // namespace velora
+
+/// Formats a level as its word; takes what a text takes: `"{:>9}"`.
+template <>
+struct fmt::formatter<velora::Level> {
+    constexpr auto parse(fmt::format_parse_context& context) { return word_.parse(context); }
+    VELORA_EXPORT fmt::format_context::iterator format(velora::Level level, fmt::format_context& context) const;
+
+private:
+    fmt::formatter<fmt::string_view> word_;
+};

@@ -1,6 +1,9 @@
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sstream>
+#include <support/RecordingDestination.h>
 #include <unordered_map>
 
 #include <Velora_UserDefaults/XCGLogger/Level.h>
@@ -77,6 +80,18 @@ TEST(Level, WritesItsWordToAStream) {
     std::ostringstream stream;
     stream << Level::warning << '/' << Level::none;
     EXPECT_EQ(stream.str(), "Warning/None");
+}
+
+TEST(Level, IsFormattedAsItsWord) {
+    EXPECT_EQ(fmt::format("{} {}", Level::info, Level::none), "Info None");
+    EXPECT_EQ(fmt::format("[{:>9}] [{:.3}]", Level::debug, Level::emergency), "[    Debug] [Eme]");
+    EXPECT_EQ(fmt::format("{}", std::vector{Level::verbose, Level::alert}), "[Verbose, Alert]");
+}
+
+TEST(Level, FillsInTheFormatOfALogCall) {
+    const RecordedLogger recorded;
+    recorded.log->info("from {} up", Level::warning);
+    EXPECT_THAT(recorded.recording->lines(), ElementsAre("> from Warning up"));
 }
 
 TEST(Level, CanBeTheKeyOfAHashTable) {
