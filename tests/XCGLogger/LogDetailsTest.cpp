@@ -28,6 +28,19 @@ TEST(LogDetails, HoldsTheSevenValuesItWasMadeOf) {
     EXPECT_EQ(std::any_cast<int>(details.userInfo.at("key")), 7);
 }
 
+// Compiled with warnings as errors: a value that is left out must not be one.
+TEST(LogDetails, TakesTheValuesThatAreNamedAndLeavesTheOthersEmpty) {
+    const LogDetails details{.level = Level::info};
+    EXPECT_EQ(details.level, Level::info);
+    EXPECT_EQ(details.date, Date());
+    EXPECT_EQ(details.message, "");
+    EXPECT_EQ(details.functionName, "");
+    EXPECT_EQ(details.fileName, "");
+    EXPECT_EQ(details.lineNumber, 0);
+    EXPECT_TRUE(details.userInfo.empty());
+    EXPECT_EQ((LogDetails{.message = "text", .lineNumber = 7}.lineNumber), 7);
+}
+
 TEST(LogDetails, IsACopyThatChangesByItself) {
     const LogDetails original = sample();
     LogDetails copy = original;
