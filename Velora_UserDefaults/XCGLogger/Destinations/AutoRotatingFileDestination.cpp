@@ -9,9 +9,11 @@
 #include <Velora_UserDefaults/Platform/ExtendedAttributes.h>
 #include <Velora_UserDefaults/Platform/FatalError.h>
 #include <Velora_UserDefaults/Platform/FileManager.h>
+#include <Velora_UserDefaults/Platform/ForkHandlers.h>
 #include <Velora_UserDefaults/Platform/Text.h>
 #include <Velora_UserDefaults/XCGLogger/Constants.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/AutoRotatingFileDestination.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/QueuedLine.h>
 
 namespace velora {
 
@@ -45,6 +47,20 @@ const Value* find(const FileAttributes& attributes, std::string_view key) {
 }
 
 }  // namespace
+
+/// Lets no rotation begin as long as it lives.
+class AutoRotatingFileDestination::NoRotation {
+public:
+    explicit NoRotation(AutoRotatingFileDestination& destination) : destination_(destination) {
+        destination_.noRotationIn_ = forkGeneration();
+    }
+    NoRotation(const NoRotation&) = delete;
+    NoRotation& operator=(const NoRotation&) = delete;
+    ~NoRotation() { destination_.noRotationIn_.reset(); }
+
+private:
+    AutoRotatingFileDestination& destination_;
+};
 
 AutoRotatingFileDestination::AutoRotatingFileDestination(Making key, std::shared_ptr<XCGLogger> owner,
                                                          const FileTarget& writeToFile, std::string identifier,
@@ -87,8 +103,12 @@ AutoRotatingFileDestination::AutoRotatingFileDestination(Making key, std::shared
 AutoRotatingFileDestination::~AutoRotatingFileDestination() = default;
 
 void AutoRotatingFileDestination::finishMaking() {
-    FileDestination::finishMaking();
     const HeldFile held(*this);
+    {
+        // The header alone may cross a limit, before the archive's name and folder are known.
+        const NoRotation whileOpening(*this);
+        FileDestination::finishMaking();
+    }
     setShouldAppend(shouldAppendAtFirst_);
     if (!writeToFileURL()) {
         return;
@@ -212,12 +232,18 @@ void AutoRotatingFileDestination::write(std::string_view message) {
     currentLogFileSize_ += userPerceivedCharacterCount(message);
     FileDestination::write(message);
     // A line that is written in the middle of a rotation, such as the one that announces it, starts no other.
-    if (!isRotating_ && !isMovingFile() && shouldRotate()) {
+    if (mayRotate() && shouldRotate()) {
         rotateFile();
     }
 }
 
+bool AutoRotatingFileDestination::mayRotate() const {
+    // A thread that was rotating when the process forked does not exist in the child.
+    return noRotationIn_ != forkGeneration() && !isMovingFile();
+}
+
 bool AutoRotatingFileDestination::shouldRotate() const {
+    const HeldFile held(*this);
     if (!writeToFileURL()) {
         return false;
     }
@@ -229,27 +255,32 @@ bool AutoRotatingFileDestination::shouldRotate() const {
 }
 
 void AutoRotatingFileDestination::rotateFile() {
+    // Lines on the queue were logged for the file as it is now. A thread that holds a file does not wait for
+    // them, because the queue may be waiting for that file.
+    if (!QueuedLine::Deferral::isActive()) {
+        waitForQueue();
+    }
     const HeldFile held(*this);
-    if (isRotating_ || isMovingFile()) {
+    if (!mayRotate()) {
         return;
     }
-    isRotating_ = true;
-    const URL folder = archiveFolderURL().value_or(defaultLogFolderURL());
+    const NoRotation whileRotating(*this);
     const std::string name = baseFileName_ + archiveSuffixDateFormatter()->string(currentDate());
-    rotateFile(folder.appendingPathComponent(name).appendingPathExtension(fileExtension_), autoRotationCompletion());
+    rotateFile(archiveFolder().appendingPathComponent(name).appendingPathExtension(fileExtension_),
+               autoRotationCompletion());
     currentLogStartTimeInterval_ = now();
     currentLogFileSize_ = 0;
     cleanUpLogFiles();
-    isRotating_ = false;
 }
 
-std::string AutoRotatingFileDestination::archiveFolderPath() const {
-    return archiveFolderURL() ? archiveFolderURL()->path() : defaultLogFolderURL().path();
+URL AutoRotatingFileDestination::archiveFolder() const {
+    const std::optional<URL>& folder = archiveFolderURL();
+    return folder ? *folder : defaultLogFolderURL();
 }
 
 std::vector<URL> AutoRotatingFileDestination::archivedFileURLs() const {
     const FileResult<std::vector<std::string>> entries =
-        FileManager::contentsOfFolder(archiveFolderPath(), /*skipHidden=*/true);
+        FileManager::contentsOfFolder(archiveFolder().path(), /*skipHidden=*/true);
     if (!entries || !isValidUTF8(identifier())) {
         return {};
     }

@@ -116,7 +116,8 @@ public:
     /// This destination's archives, newest first.
     virtual std::vector<URL> archivedFileURLs() const;
     /// Archives the live file now under a dated name, and prunes the archives. A name that exists already,
-    /// as on a second rotation within a second, makes it fail without a change to the live file.
+    /// as on a second rotation within a second, makes it fail without a change to the live file. With a queue
+    /// it first waits for the lines logged before. Does nothing within a rotation.
     virtual void rotateFile();
     using FileDestination::rotateFile;
     /// Whether a limit has been reached.
@@ -126,9 +127,12 @@ protected:
     void finishMaking() override;
 
 private:
+    class NoRotation;
+
     void findNames();
     void takeOverLiveFile();
-    std::string archiveFolderPath() const;
+    bool mayRotate() const;
+    URL archiveFolder() const;
     void remove(const URL& archive);
 
     bool shouldAppendAtFirst_;
@@ -142,7 +146,7 @@ private:
     double currentLogStartTimeInterval_ = 0;
     std::string baseFileName_ = "xcglogger";
     std::string fileExtension_ = "log";
-    bool isRotating_ = false;
+    std::optional<std::uint64_t> noRotationIn_;
 };
 
 }  // namespace velora

@@ -112,5 +112,35 @@ TEST_F(AutoRotatingFileDestinationClock, RotatesAtMostOnceAJumpAndLosesNoLine) {
     }
 }
 
+TEST_F(AutoRotatingFileDestinationClock, TriesAFailedRotationAgainOnlyAfterAnotherPeriod) {
+    int failures = 0;
+    file->setAutoRotationCompletion([&](bool success) { failures += success ? 0 : 1; });
+    file->setArchiveFolderURL(URL::fileURL("/dev/null/nowhere", true));
+    for (int period = 1; period <= 3; ++period) {
+        jumpInSeconds = period * hour;
+        for (int line = 0; line < 5; ++line) {
+            log->info("line {}", line);
+        }
+        EXPECT_EQ(failures, period);
+    }
+}
+
+TEST_F(AutoRotatingFileDestinationClock, CountsTheAgeOfAnExistingFileFromItsCreation) {
+    writeFile(folder / "old.log", "old line\n");
+    // Real time passes in the test, but no 200 seconds.
+    const auto makeOne = [&] {
+        auto made = make<AutoRotatingFileDestination>(nullptr, folder / "old.log", "old",
+                                                      AutoRotatingFileDestination::Options{.maxTimeInterval = 600});
+        return made;
+    };
+    jumpInSeconds = 400;
+    const auto young = makeOne();
+    EXPECT_EQ(readFile(folder / "old.log"), "old line\n") << "not old enough to be archived while it is made";
+    jumpInSeconds = 700;
+    EXPECT_TRUE(young->shouldRotate());
+    EXPECT_EQ(makeOne()->archivedFileURLs().size(), 1U) << "archived while it is made";
+    EXPECT_NE(readFile(folder / "old.log"), "old line\n");
+}
+
 }  // namespace
 }  // namespace velora::test

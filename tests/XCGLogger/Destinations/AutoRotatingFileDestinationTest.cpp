@@ -4,12 +4,15 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <limits>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <string_view>
+#include <support/ForkedChild.h>
 #include <support/RecordingDestination.h>
 #include <support/TemporaryFolder.h>
 #include <sys/stat.h>
@@ -20,9 +23,12 @@
 
 #include <Velora_UserDefaults/Platform/Date.h>
 #include <Velora_UserDefaults/Platform/DateFormatter.h>
+#include <Velora_UserDefaults/Platform/DispatchQueue.h>
 #include <Velora_UserDefaults/XCGLogger/Constants.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/AutoRotatingFileDestination.h>
 #include <Velora_UserDefaults/XCGLogger/XCGLogger.h>
+
+#include "DestinationTestSupport.h"
 
 namespace velora::test {
 namespace {
@@ -185,11 +191,19 @@ TEST_F(AutoRotatingFileDestinationTest, RotatesAFileThatIsTooOld) {
 }
 
 TEST_F(AutoRotatingFileDestinationTest, NeverRotatesWithoutATarget) {
-    const auto file = make<AutoRotatingFileDestination>(nullptr, FileTarget(std::any(42)), "rotating",
-                                                        Options{.maxFileSize = 1, .maxTimeInterval = 1});
+    const auto file = make<AutoRotatingFileDestination>(
+        nullptr, FileTarget(std::any(42)), "rotating",
+        Options{.shouldAppend = false, .maxFileSize = 1, .maxTimeInterval = 1, .targetMaxLogFiles = 3});
     log->add(file);
     log->info("text");
     EXPECT_FALSE(file->shouldRotate());
+    EXPECT_GE(file->currentLogFileSize(), 1U);
+    EXPECT_NEAR(file->currentLogStartTimeInterval(), secondsSince1970(currentDate()), 60);
+    EXPECT_FALSE(file->archiveFolderURL());
+    EXPECT_FALSE(file->shouldAppend());
+    EXPECT_EQ(file->targetMaxFileSize(), 1U);
+    EXPECT_EQ(file->targetMaxTimeInterval(), 1);
+    EXPECT_EQ(file->targetMaxLogFiles(), 3);
     EXPECT_EQ(file->baseFileName(), "xcglogger");
     EXPECT_EQ(file->fileExtension(), "log");
 }
@@ -222,6 +236,50 @@ TEST_F(AutoRotatingFileDestinationTest, FindsBaseNameExtensionAndArchiveFolder) 
         EXPECT_EQ(file->archiveFolderURL()->path(), archives) << expected.file;
     }
     EXPECT_TRUE(fs::is_directory(folder / "log"));
+    ::unsetenv("TMPDIR");
+}
+
+TEST_F(AutoRotatingFileDestinationTest, ArchivesAFileWithoutAnExtensionInTheDefaultFolder) {
+    ::setenv("TMPDIR", folder.path().c_str(), 1);
+    const auto file = add("app", unlimited());
+    log->info("text");
+    file->rotateFile();
+    EXPECT_THAT(filesIn(folder / "log"), ElementsAre("app_1"));
+    EXPECT_THAT(readFile(folder / "log/app_1"), HasSubstr("> text\n"));
+    EXPECT_THAT(names(file->archivedFileURLs()), ElementsAre("app_1"));
+    ::unsetenv("TMPDIR");
+}
+
+TEST_F(AutoRotatingFileDestinationTest, UsesTheDefaultFolderWhenTheArchiveFolderIsTakenAway) {
+    ::setenv("TMPDIR", folder.path().c_str(), 1);
+    const auto file = add("app.log", unlimited());
+    file->setArchiveFolderURL(std::nullopt);
+    file->rotateFile();
+    EXPECT_THAT(filesIn(folder / "log"), ElementsAre("app_1.log"));
+    EXPECT_THAT(names(file->archivedFileURLs()), ElementsAre("app_1.log"));
+    ::unsetenv("TMPDIR");
+}
+
+TEST_F(AutoRotatingFileDestinationTest, MakesTheDefaultFolderWheneverItIsAskedForIfThatIsPossible) {
+    ::setenv("TMPDIR", folder.path().c_str(), 1);
+    const std::string expected = folder / "log";
+    EXPECT_EQ(AutoRotatingFileDestination::defaultLogFolderURL().path(), expected);
+    EXPECT_TRUE(fs::is_directory(expected));
+    fs::remove(expected);
+    EXPECT_EQ(AutoRotatingFileDestination::defaultLogFolderURL().path(), expected);
+    EXPECT_TRUE(fs::is_directory(expected));
+    fs::remove(expected);
+    writeFile(expected, "in the way");
+    EXPECT_EQ(AutoRotatingFileDestination::defaultLogFolderURL().path(), expected);
+    EXPECT_EQ(readFile(expected), "in the way");
+    ::unsetenv("TMPDIR");
+}
+
+TEST_F(AutoRotatingFileDestinationTest, LeavesTheDefaultFolderAloneWhenItHasAnother) {
+    ::setenv("TMPDIR", folder.path().c_str(), 1);
+    const auto file = add("app.log", unlimited());
+    file->rotateFile();
+    EXPECT_THAT(filesIn(folder.path()), ElementsAre("app.log", "app_1.log"));
     ::unsetenv("TMPDIR");
 }
 
@@ -293,6 +351,34 @@ TEST_F(AutoRotatingFileDestinationTest, ArchivesAnExistingFileAtOnceUnlessAppend
     log->add(file);
     EXPECT_THAT(readFile(folder / "app.log"), HasSubstr("XCGLogger writing log to: file://"));
     EXPECT_THAT(readFile(folder / "app.log"), testing::Not(HasSubstr("old line")));
+}
+
+TEST_F(AutoRotatingFileDestinationTest, OpensTheFileThatItArchivesAtOnceForAppendingWithoutTheMarker) {
+    writeFile(folder / "app.log", "old line\n");
+    const auto file = make<AutoRotatingFileDestination>(
+        log, folder / "app.log", "rotating",
+        Options{.shouldAppend = false, .archiveSuffixDateFormatter = std::make_shared<CountingFormatter>()});
+    EXPECT_FALSE(file->shouldAppend());
+    EXPECT_EQ(file->appendMarker(), std::nullopt);
+    const std::string archive = readFile(folder / "app_1.log");
+    EXPECT_TRUE(archive.starts_with("old line\n")) << archive;
+    EXPECT_THAT(archive, HasSubstr("XCGLogger appending log to: file://"));
+    EXPECT_THAT(archive, testing::Not(HasSubstr("-- ** ** ** --")));
+    EXPECT_THAT(readFile(folder / "app.log"), HasSubstr("XCGLogger writing log to: file://"));
+    file->setOwner(nullptr);
+}
+
+TEST_F(AutoRotatingFileDestinationTest, RotatesNoFileThatItIsJustOpeningBeforeItKnowsTheArchivesName) {
+    ::setenv("TMPDIR", folder.path().c_str(), 1);
+    const auto file =
+        make<AutoRotatingFileDestination>(log, folder / "app.log", "rotating",
+                                          Options{.maxFileSize = 1,
+                                                  .maxTimeInterval = 0,
+                                                  .archiveSuffixDateFormatter = std::make_shared<CountingFormatter>()});
+    EXPECT_THAT(filesIn(folder.path()), ElementsAre("app.log", "app_1.log"));
+    EXPECT_EQ(std::ranges::count(readFile(folder / "app_1.log"), '\n'), 3);
+    file->setOwner(nullptr);
+    ::unsetenv("TMPDIR");
 }
 
 TEST_F(AutoRotatingFileDestinationTest, GoesOnInAnExistingFileWithItsSizeAndAgeWhenAppending) {
@@ -383,6 +469,43 @@ TEST_F(AutoRotatingFileDestinationTest, GivesNoArchivesForAFolderThatCannotBeLis
     EXPECT_THAT(file->archivedFileURLs(), IsEmpty());
 }
 
+TEST_F(AutoRotatingFileDestinationTest, GivesNoArchivesForAnIdentifierThatIsNoText) {
+    const auto file = make<AutoRotatingFileDestination>(nullptr, folder / "app.log", "\xff", unlimited());
+    makeArchive(folder / "marked.log", "\xff", "1.0");
+    EXPECT_THAT(file->archivedFileURLs(), IsEmpty());
+}
+
+/// Finds an archive that is gone between two that are there.
+class MissingArchiveDestination : public AutoRotatingFileDestination {
+public:
+    using AutoRotatingFileDestination::AutoRotatingFileDestination;
+    std::vector<URL> archivedFileURLs() const override {
+        const std::string folder = archiveFolderURL()->path();
+        return {URL::fileURL(folder + "/1.log"), URL::fileURL(folder + "/2.log"), URL::fileURL(folder + "/3.log")};
+    }
+};
+
+TEST_F(AutoRotatingFileDestinationTest, ReportsAnArchiveThatCannotBeDeletedAndDeletesTheOthers) {
+    const auto file = make<MissingArchiveDestination>(nullptr, folder / "app.log", "rotating", unlimited());
+    log->add(file);
+    const std::string expected = "Unable to delete old archived log file " + (folder / "2.log") + ": The file “" +
+                                 (folder / "2.log") + "” couldn’t be removed: No such file or directory";
+    const auto expectReport = [&](const auto& deleteArchives) {
+        writeFile(folder / "1.log", "x");
+        writeFile(folder / "3.log", "x");
+        other->clear();
+        deleteArchives();
+        EXPECT_THAT(filesIn(folder.path()), ElementsAre("app.log"));
+        ASSERT_THAT(other->records(), SizeIs(1));
+        EXPECT_EQ(other->records()[0].message, expected);
+        EXPECT_EQ(other->records()[0].level, Level::error);
+    };
+    expectReport([&] { file->setTargetMaxLogFiles(0); });
+    expectReport([&] { file->cleanUpLogFiles(); });
+    file->setTargetMaxLogFiles(10);
+    expectReport([&] { file->purgeArchivedLogFiles(); });
+}
+
 TEST_F(AutoRotatingFileDestinationTest, MakesTheArchiveFolderAndArchivesThere) {
     const auto file = add("app.log", unlimited());
     file->setArchiveFolderURL(URL::fileURL(folder / "deep/er", true));
@@ -408,7 +531,12 @@ TEST_F(AutoRotatingFileDestinationTest, ReportsARotationIntoAMissingFolderAndGoe
 
 TEST_F(AutoRotatingFileDestinationTest, WarnsWhenTheLiveFilesAttributesCannotBeRead) {
     const auto file = make<AutoRotatingFileDestination>(log, folder / "missing/app.log", "rotating", unlimited());
-    EXPECT_THAT(otherText(), HasSubstr("Unable to determine current file attributes of log file: "));
+    const auto records = other->records();
+    const auto warning = std::ranges::find(records, Level::warning, &LogDetails::level);
+    ASSERT_NE(warning, records.end());
+    EXPECT_EQ(warning->message, "Unable to determine current file attributes of log file: The file “" +
+                                    (folder / "missing/app.log") +
+                                    "” couldn’t be asked for its attributes: No such file or directory");
     EXPECT_EQ(file->currentLogFileSize(), 0U);
     EXPECT_NEAR(file->currentLogStartTimeInterval(), secondsSince1970(currentDate()), 60);
     file->setOwner(nullptr);
@@ -438,6 +566,75 @@ TEST_F(AutoRotatingFileDestinationTest, AnnouncesARotationToTheOtherDestinations
     EXPECT_EQ(std::ranges::count(live, '\n'), 3) << live;
     EXPECT_THAT(live, testing::Not(HasSubstr("Rotated")));
     EXPECT_THAT(live, HasSubstr("XCGLogger writing log to: "));
+}
+
+/// Has a completion from the beginning, which keeps what it is told.
+class EarlyCompletionDestination : public AutoRotatingFileDestination {
+public:
+    EarlyCompletionDestination(Making key, const FileTarget& writeToFile, const Options& options)
+        : AutoRotatingFileDestination(key, nullptr, writeToFile, "rotating", options) {
+        AutoRotatingFileDestination::setAutoRotationCompletion([this](bool success) { results.push_back(success); });
+    }
+    std::vector<bool> results;
+};
+
+TEST_F(AutoRotatingFileDestinationTest, TellsTheCompletionOfASubclassOfTheRotationWhileItIsMade) {
+    const Options options{.shouldAppend = false,
+                          .archiveSuffixDateFormatter = std::make_shared<DateFormatter>("'-same'")};
+    EXPECT_THAT(make<EarlyCompletionDestination>(folder / "app.log", options)->results, ElementsAre(false))
+        << "there is no file yet";
+    writeFile(folder / "app.log", "old\n");
+    EXPECT_THAT(make<EarlyCompletionDestination>(folder / "app.log", options)->results, ElementsAre(true));
+}
+
+TEST_F(AutoRotatingFileDestinationTest, ArchivesTheLinesLoggedBeforeAlsoWithAQueue) {
+    const auto file = add("app.log", unlimited());
+    const auto queue = DispatchQueue::make("writing");
+    file->setLogQueue(queue);
+    {
+        Gate gate(*queue);
+        log->info("first");
+        queue->async([&] { log->info("second"); });
+    }
+    file->rotateFile();
+    queue->drain();
+    EXPECT_THAT(readFile(folder / "app_1.log"), HasSubstr("> first\n"));
+}
+
+TEST_F(AutoRotatingFileDestinationTest, GoesOnRotatingAfterAnExceptionInARotation) {
+    class Throwing : public DateFormatter {
+    public:
+        Throwing() : DateFormatter("yyyy") {}
+        void append(Date /*date*/, std::string& /*out*/) const override { throw std::runtime_error("no suffix"); }
+    };
+    const auto file = add("app.log", unlimited());
+    const auto formatter = file->archiveSuffixDateFormatter();
+    file->setArchiveSuffixDateFormatter(std::make_shared<Throwing>());
+    EXPECT_THROW(file->rotateFile(), std::runtime_error);
+    file->setArchiveSuffixDateFormatter(formatter);
+    file->rotateFile();
+    EXPECT_THAT(file->archivedFileURLs(), SizeIs(1));
+}
+
+TEST_F(AutoRotatingFileDestinationTest, RotatesInAChildForkedWhileAnotherThreadRotates) {
+    const auto file = add("app.log", unlimited());
+    std::promise<void> isRotating;
+    std::promise<void> mayGoOn;
+    file->setAutoRotationCompletion([&](bool /*success*/) {
+        isRotating.set_value();
+        mayGoOn.get_future().wait();
+    });
+    std::thread rotating([&] { file->rotateFile(); });
+    isRotating.get_future().wait();
+    EXPECT_EQ(resultOfForkedChild([&] {
+                  file->setAutoRotationCompletion(nullptr);
+                  log->info("in the child");
+                  file->rotateFile();
+                  return readFile(folder / "app_2.log").ends_with("> in the child\n") ? 0 : 1;
+              }),
+              0);
+    mayGoOn.set_value();
+    rotating.join();
 }
 
 class OverridingDestination : public AutoRotatingFileDestination {
@@ -491,6 +688,9 @@ TEST_F(AutoRotatingFileDestinationTest, DiesOfTheArgumentsOfAPlainFileDestinatio
 TEST_F(AutoRotatingFileDestinationTest, DescribesItselfAsEveryDestinationDoes) {
     EXPECT_EQ(add("app.log", {})->debugDescription(),
               "AutoRotatingFileDestination: rotating - Level: Debug showLogIdentifier: false showFunctionName: true "
+              "showThreadName: false showLevel: true showFileName: true showLineNumber: true showDate: true");
+    EXPECT_EQ(make<OverridingDestination>(nullptr, folder / "own.log", "own", unlimited())->debugDescription(),
+              "OverridingDestination: own - Level: Debug showLogIdentifier: false showFunctionName: true "
               "showThreadName: false showLevel: true showFileName: true showLineNumber: true showDate: true");
 }
 

@@ -169,6 +169,7 @@ TEST(AutoRotatingFileDestinationThreads, BearPurgingBesideLogging) {
         while (!isDone) {
             load.file->purgeArchivedLogFiles();
             load.file->setTargetMaxLogFiles(3);
+            static_cast<void>(load.file->shouldRotate());
         }
     });
     load.logFromAllThreads();
