@@ -55,18 +55,18 @@ void TestDestination::reset() {
 }
 
 void TestDestination::output(LogDetails& logDetails, std::string& message) {
-    sync([&] {
-        if (shouldExclude(logDetails, message)) {
+    sync([this, logDetails, line = message]() mutable {
+        if (shouldExclude(logDetails, line)) {
             return;
         }
-        applyFormatters(logDetails, message);
+        applyFormatters(logDetails, line);
         const std::scoped_lock guard(lists_->lock);
         const auto found = std::ranges::find_if(
-            lists_->expected, [&](const std::string& expected) { return canonicallyEqual(expected, message); });
+            lists_->expected, [&](const std::string& expected) { return canonicallyEqual(expected, line); });
         if (found != lists_->expected.end()) {
             lists_->expected.erase(found);
         } else {
-            lists_->unexpected.push_back(message);
+            lists_->unexpected.push_back(std::move(line));
         }
     });
 }

@@ -1,3 +1,5 @@
+#include <chrono>
+#include <future>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
@@ -9,6 +11,8 @@
 #include <Velora_UserDefaults/XCGLogger/Filters/FileNameFilter.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/PrePostFixLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/XCGLogger.h>
+
+#include "DestinationTestSupport.h"
 
 namespace velora::test {
 namespace {
@@ -98,6 +102,29 @@ TEST_F(TestDestinationTest, TakesCanonicallyEquivalentTextsAsEqual) {
     EXPECT_EQ(unexpected(), 1);
 }
 
+TEST_F(TestDestinationTest, TakesTheFirstOfSeveralEqualExpectationsAway) {
+    destination->addExpectedLogMessage("[Info] > caf\u00e9");
+    destination->addExpectedLogMessage("[Info] > cafe\u0301");
+    log->info("cafe\u0301");
+    EXPECT_EQ(destination->expectedLogMessages(), std::vector<std::string>{"[Info] > cafe\u0301"});
+}
+
+TEST_F(TestDestinationTest, LeavesTheRecordAndTheLineOfItsCallerAsTheyAre) {
+    const auto formatter = make<PrePostFixLogFormatter>();
+    formatter->apply("<", ">", Level::info);
+    destination->setFormatters({{formatter}});
+    destination->setFilters({{filter([](LogDetails& details, std::string& /*message*/) {
+        details.message = "changed";
+        return false;
+    })}});
+    LogDetails record = aRecord("message", Level::info);
+    std::string line = "line";
+    destination->output(record, line);
+    EXPECT_EQ(destination->unexpectedLogMessages(), std::vector<std::string>{"<line>"});
+    EXPECT_EQ(line, "line");
+    EXPECT_EQ(record.message, "message");
+}
+
 TEST_F(TestDestinationTest, ForgetsEverythingOnResetAndGetsTheHeaderAgain) {
     destination->addExpectedLogMessage("never");
     log->logAppDetails();
@@ -115,11 +142,42 @@ TEST_F(TestDestinationTest, ForgetsEverythingOnResetAndGetsTheHeaderAgain) {
 TEST_F(TestDestinationTest, ComparesOnItsQueueWhileTheCallerWaits) {
     const auto queue = DispatchQueue::make("comparing");
     destination->setLogQueue(queue);
+    int filteredOnTheQueue = 0;
+    destination->setFilters({{filter([&](LogDetails& /*details*/, std::string& /*message*/) {
+        filteredOnTheQueue += queue->isCurrent() ? 1 : 0;
+        return false;
+    })}});
     destination->addExpectedLogMessage("[Info] > text");
     log->info("text");
+    EXPECT_EQ(filteredOnTheQueue, 1);
     EXPECT_EQ(remaining(), 0);
     log->info("other");
     EXPECT_EQ(unexpected(), 1);
+    queue->sync([&] {
+        destination->addExpectedLogMessage("[Info] > from the queue itself");
+        log->info("from the queue itself");
+    });
+    EXPECT_EQ(remaining(), 0);
+    EXPECT_EQ(unexpected(), 1);
+}
+
+TEST_F(TestDestinationTest, AddsAnExpectationBehindTheWorkOfItsQueue) {
+    const auto queue = DispatchQueue::make("comparing");
+    destination->setLogQueue(queue);
+    std::thread adding;
+    {
+        const Gate gate(*queue);
+        std::promise<void> begins;
+        adding = std::thread([&] {
+            begins.set_value();
+            destination->addExpectedLogMessage("text");
+        });
+        begins.get_future().wait();
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        EXPECT_EQ(remaining(), 0);
+    }
+    adding.join();
+    EXPECT_EQ(remaining(), 1);
 }
 
 TEST_F(TestDestinationTest, LosesNoLineOfManyThreads) {
@@ -148,6 +206,13 @@ TEST_F(TestDestinationTest, DescribesItselfAsEveryDestinationDoes) {
     EXPECT_EQ(destination->debugDescription(),
               "TestDestination: test - Level: Debug showLogIdentifier: false showFunctionName: false "
               "showThreadName: false showLevel: true showFileName: false showLineNumber: false showDate: false");
+    class Own : public TestDestination {
+    public:
+        using TestDestination::TestDestination;
+    };
+    EXPECT_EQ(make<Own>(nullptr, "")->debugDescription(),
+              "Own:  - Level: Debug showLogIdentifier: false showFunctionName: true "
+              "showThreadName: false showLevel: true showFileName: true showLineNumber: true showDate: true");
 }
 
 }  // namespace
