@@ -2,14 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <optional>
-#include <sched.h>
-#include <signal.h>
 #include <string>
 #include <sys/mount.h>
 #include <sys/prctl.h>
@@ -21,6 +19,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "support/MountNamespace.h"
 #include "support/TemporaryFolder.h"
 
 namespace velora::test {
@@ -52,12 +51,12 @@ public:
         if (::access(program, X_OK) != 0) {
             return std::string("there is no ") + program;
         }
-        if (const auto reason = enterNamespace()) {
+        if (auto reason = enterNamespace()) {
             return reason;
         }
         ::unlink("/dev/log");
         if (::symlink(socketPath().c_str(), "/dev/log") != 0) {
-            return describe("/dev/log cannot be made");
+            return failureOf("/dev/log cannot be made");
         }
         writeConfiguration();
         run();
@@ -106,8 +105,6 @@ private:
     static constexpr const char* program = "/usr/sbin/rsyslogd";
     static constexpr const char* endOfEntry = "<<end of entry>>\n";
 
-    static std::string describe(const std::string& what) { return what + ": " + std::strerror(errno); }
-
     template <class Condition>
     static bool waitUntil(Condition condition) {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
@@ -129,20 +126,8 @@ private:
     }
 
     static std::optional<std::string> makeNamespace() {
-        const uid_t user = ::geteuid();
-        const gid_t group = ::getegid();
-        if (::unshare(CLONE_NEWNS) != 0) {
-            if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
-                return describe("a mount namespace cannot be made");
-            }
-            writeFile("/proc/self/setgroups", "deny");
-            writeFile("/proc/self/uid_map", "0 " + std::to_string(user) + " 1");
-            writeFile("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
-        }
-        if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
-            return describe("the mount namespace cannot be made private");
-        }
-        return replaceDev();
+        auto failure = enterMountNamespace();
+        return failure ? failure : replaceDev();
     }
 
     /// Puts a memory file system over /dev, with the devices that programs need.
@@ -153,14 +138,14 @@ private:
             devices[i] = ::open((std::string("/dev/") + names[i]).c_str(), O_PATH | O_CLOEXEC);
         }
         if (::mount("dev", "/dev", "tmpfs", MS_NOSUID | MS_NOEXEC, "mode=755") != 0) {
-            return describe("nothing can be mounted on /dev");
+            return failureOf("nothing can be mounted on /dev");
         }
         for (std::size_t i = 0; i < names.size(); ++i) {
             const std::string path = std::string("/dev/") + names[i];
             writeFile(path, "");
             const std::string device = "/proc/self/fd/" + std::to_string(devices[i]);
             if (::mount(device.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) != 0) {
-                return describe(path + " cannot be mounted");
+                return failureOf(path + " cannot be mounted");
             }
             ::close(devices[i]);
         }
