@@ -1,39 +1,15 @@
 #include <any>
 #include <array>
-#include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <list>
-#include <new>
 #include <set>
 #include <string>
+#include <support/CountingAllocations.h>
 #include <unordered_set>
 #include <vector>
 
 #include <Velora_UserDefaults/XCGLogger/UserInfoTagging.h>
-
-namespace {
-
-std::size_t allocations = 0;
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    ++allocations;
-    void* memory = std::malloc(size == 0 ? 1 : size);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
-}
 
 namespace velora::test {
 namespace {
@@ -316,13 +292,13 @@ TEST(UserInfoTagging, GoesWithADictionaryOnEitherSideOfAnExpression) {
 
 TEST(UserInfoTagging, AllocatesNothingUntilUserInfoIsNeeded) {
     UserInfo storage;
-    const std::size_t before = allocations;
+    const std::size_t before = allocationCounts.all;
     const auto expression =
         Tag("a literal that is too long to fit into a text") | Dev("ann") | Tag("another one, longer still");
     const UserInfoReference reference(expression);
-    EXPECT_EQ(allocations, before);
+    EXPECT_EQ(allocationCounts.all, before);
     const UserInfo& userInfo = reference.resolve(storage);
-    EXPECT_GT(allocations, before);
+    EXPECT_GT(allocationCounts.all, before);
     EXPECT_EQ(text(userInfo, devs), "ann");
 }
 

@@ -1,61 +1,16 @@
 // How often a log call asks for memory. The program counts its own requests.
 
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <memory>
-#include <new>
 #include <string>
+#include <support/CountingAllocations.h>
 #include <support/RecordingDestination.h>
 
 #include <Velora_UserDefaults/XCGLogger/UserInfoTagging.h>
 #include <Velora_UserDefaults/XCGLogger/XCGLogger.h>
 
-namespace {
-
-thread_local std::size_t allocations = 0;
-constexpr std::size_t hugeSize = 1'000'000;
-thread_local std::size_t hugeAllocations = 0;
-
-void* counted(std::size_t size) {
-    ++allocations;
-    hugeAllocations += size >= hugeSize ? 1 : 0;
-    void* const memory = std::malloc(size);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    return counted(size);
-}
-void* operator new[](std::size_t size) {
-    return counted(size);
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
-}
-
 namespace velora::test {
 namespace {
-
-template <typename Work>
-std::size_t allocationsOf(Work work) {
-    const std::size_t before = allocations;
-    work();
-    return allocations - before;
-}
 
 class DiscardingDestination : public BaseDestination {
 public:
@@ -76,7 +31,7 @@ protected:
 };
 
 TEST_F(LogCallAllocations, AreCounted) {
-    EXPECT_EQ(allocationsOf([] { const auto number = std::make_unique<int>(7); }), 1U);
+    EXPECT_EQ(allocationsOf([] { const auto number = std::make_unique<int>(7); }).all, 1U);
 }
 
 TEST_F(LogCallAllocations, AreNoneWhenNothingAcceptsTheCall) {
@@ -92,7 +47,7 @@ TEST_F(LogCallAllocations, AreNoneWhenNothingAcceptsTheCall) {
                   log_->info([&] { return text + text; });
                   log_->info();
                   log_->logln("text", Level::info);
-              }),
+              }).all,
               0U);
 }
 
@@ -107,7 +62,7 @@ TEST_F(LogCallAllocations, AreNoneForAPlainLineOnceTheThreadHasItsBuffers) {
     };
     logLines();
     // A new second has its date text made anew, once.
-    EXPECT_LE(allocationsOf([&] { logLines(); }), 1U);
+    EXPECT_LE(allocationsOf(logLines).all, 1U);
     EXPECT_GT(destination_->bytes, 8 * text.size() / 2);
 }
 
@@ -115,9 +70,8 @@ TEST_F(LogCallAllocations, DoNotKeepTheMemoryOfAnUnusuallyLongText) {
     addAnother();
     const std::string huge(hugeSize, 'x');
     log_->info(huge);
-    const std::size_t before = hugeAllocations;
-    log_->info(huge);
-    EXPECT_EQ(hugeAllocations - before, 4U) << "the record, its copy and two lines, all given back the first time";
+    EXPECT_EQ(allocationsOf([&] { log_->info(huge); }).huge, 4U)
+        << "the record, its copy and two lines, all given back the first time";
 }
 
 }  // namespace
