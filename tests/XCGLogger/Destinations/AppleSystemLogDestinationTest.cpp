@@ -87,6 +87,13 @@ TEST(AppleSystemLogDestination, NeverShowsTheDate) {
     EXPECT_EQ(destination->debugDescription(),
               "AppleSystemLogDestination: system - Level: Debug showLogIdentifier: false showFunctionName: true "
               "showThreadName: false showLevel: true showFileName: true showLineNumber: true showDate: false");
+    class Own : public AppleSystemLogDestination {
+    public:
+        using AppleSystemLogDestination::AppleSystemLogDestination;
+    };
+    EXPECT_EQ(make<Own>(nullptr, "system")->debugDescription(),
+              "Own: system - Level: Debug showLogIdentifier: false showFunctionName: true "
+              "showThreadName: false showLevel: true showFileName: true showLineNumber: true showDate: false");
 }
 
 }  // namespace

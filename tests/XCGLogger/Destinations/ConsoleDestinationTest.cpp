@@ -166,6 +166,13 @@ TEST_F(ConsoleDestinationTest, DescribesItself) {
     EXPECT_EQ(make<ConsoleDestination>(nullptr, "id")->debugDescription(),
               "ConsoleDestination: id - Level: Debug showLogIdentifier: false showFunctionName: true showThreadName: "
               "false showLevel: true showFileName: true showLineNumber: true showDate: true");
+    class Own : public ConsoleDestination {
+    public:
+        using ConsoleDestination::ConsoleDestination;
+    };
+    EXPECT_EQ(make<Own>(nullptr, "id")->debugDescription(),
+              "Own: id - Level: Debug showLogIdentifier: false showFunctionName: true showThreadName: "
+              "false showLevel: true showFileName: true showLineNumber: true showDate: true");
 }
 
 }  // namespace

@@ -76,6 +76,8 @@ TEST(TagFilter, DescribesItselfByItsOwnName) {
     EXPECT_EQ(make<TagFilter>(ExcludeFrom{"sensitive", "noisy"})->debugDescription(),
               "TagFilter: Excluding matches for: noisy, sensitive");
     EXPECT_EQ(make<TagFilter>(IncludeFrom{})->debugDescription(), "TagFilter: Including only matches for: ");
+    EXPECT_EQ(make<TagFilter>(IncludeFrom{"1", "2", "3", "4", "5"})->debugDescription(),
+              "TagFilter: Including only matches for: 1, 2, 3, 4, 5");
     EXPECT_EQ(make<TagFilter>(IncludeFrom{"1", "2", "3", "4", "5", "6"})->debugDescription(),
               "TagFilter: Including only matches for: \n\t- 1\n\t- 2\n\t- 3\n\t- 4\n\t- 5\n\t- 6");
 }

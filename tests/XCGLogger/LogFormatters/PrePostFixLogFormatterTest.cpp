@@ -116,6 +116,21 @@ TEST(PrePostFixLogFormatter, DescribesTheTextsOfEachLevel) {
               "\n\t- None > None | .");
 }
 
+TEST(PrePostFixLogFormatter, DescribesEveryLevelWithoutTexts) {
+    EXPECT_EQ(make<PrePostFixLogFormatter>()->debugDescription(),
+              "PrePostFixLogFormatter: "
+              "\n\t- Verbose > None | None"
+              "\n\t- Debug > None | None"
+              "\n\t- Info > None | None"
+              "\n\t- Notice > None | None"
+              "\n\t- Warning > None | None"
+              "\n\t- Error > None | None"
+              "\n\t- Severe > None | None"
+              "\n\t- Alert > None | None"
+              "\n\t- Emergency > None | None"
+              "\n\t- None > None | None");
+}
+
 class RecordingFormatter : public PrePostFixLogFormatter {
 public:
     using PrePostFixLogFormatter::PrePostFixLogFormatter;
