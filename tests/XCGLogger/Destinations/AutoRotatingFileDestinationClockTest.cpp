@@ -23,6 +23,7 @@ std::atomic<std::int64_t> jumpInSeconds = 0;
 
 }  // namespace
 
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): the system's names are reserved ones
 extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
     const auto result = static_cast<int>(::syscall(SYS_clock_gettime, clock, time));
     if (clock == CLOCK_REALTIME) {
@@ -47,10 +48,12 @@ private:
 };
 
 class AutoRotatingFileDestinationClock : public testing::Test {
-protected:
-    AutoRotatingFileDestinationClock() { log->add(file); }
+public:
     AutoRotatingFileDestinationClock(const AutoRotatingFileDestinationClock&) = delete;
     AutoRotatingFileDestinationClock& operator=(const AutoRotatingFileDestinationClock&) = delete;
+
+protected:
+    AutoRotatingFileDestinationClock() { log->add(file); }
     ~AutoRotatingFileDestinationClock() override {
         log->remove(file);
         jumpInSeconds = 0;
@@ -129,9 +132,8 @@ TEST_F(AutoRotatingFileDestinationClock, CountsTheAgeOfAnExistingFileFromItsCrea
     writeFile(folder / "old.log", "old line\n");
     // Real time passes in the test, but no 200 seconds.
     const auto makeOne = [&] {
-        auto made = make<AutoRotatingFileDestination>(nullptr, folder / "old.log", "old",
-                                                      AutoRotatingFileDestination::Options{.maxTimeInterval = 600});
-        return made;
+        return make<AutoRotatingFileDestination>(nullptr, folder / "old.log", "old",
+                                                 AutoRotatingFileDestination::Options{.maxTimeInterval = 600});
     };
     jumpInSeconds = 400;
     const auto young = makeOne();

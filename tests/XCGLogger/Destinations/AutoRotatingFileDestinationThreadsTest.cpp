@@ -62,6 +62,7 @@ public:
 
     void logFromAllThreads() {
         std::vector<std::thread> threads;
+        threads.reserve(threadCount);
         for (int thread = 0; thread < threadCount; ++thread) {
             threads.emplace_back([this, thread] {
                 for (int line = 0; line < linesPerThread(); ++line) {

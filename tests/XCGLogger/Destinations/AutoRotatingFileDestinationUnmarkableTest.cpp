@@ -1,6 +1,5 @@
 // Rotation on a real file system that refuses extended attributes: a ramfs, mounted where only this program sees it.
 
-#include <algorithm>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -23,7 +22,6 @@ namespace {
 namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::EndsWith;
-using testing::HasSubstr;
 using testing::IsEmpty;
 
 /// Archives named "_1", "_2", …

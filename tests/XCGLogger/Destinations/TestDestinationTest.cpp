@@ -19,6 +19,10 @@ namespace {
 
 /// A logger whose one destination compares lines that have the level and the message only.
 class TestDestinationTest : public testing::Test {
+public:
+    TestDestinationTest(const TestDestinationTest&) = delete;
+    TestDestinationTest& operator=(const TestDestinationTest&) = delete;
+
 protected:
     TestDestinationTest() {
         log->add(destination);
@@ -27,8 +31,6 @@ protected:
         destination->setShowLineNumber(false);
         destination->setShowFunctionName(false);
     }
-    TestDestinationTest(const TestDestinationTest&) = delete;
-    TestDestinationTest& operator=(const TestDestinationTest&) = delete;
     ~TestDestinationTest() override { log->remove(destination); }
 
     std::int64_t remaining() const { return destination->remainingNumberOfExpectedLogMessages(); }
@@ -187,6 +189,7 @@ TEST_F(TestDestinationTest, LosesNoLineOfManyThreads) {
         destination->addExpectedLogMessage("[Info] > line");
     }
     std::vector<std::thread> running;
+    running.reserve(threads);
     for (int thread = 0; thread < threads; ++thread) {
         running.emplace_back([this] {
             for (int line = 0; line < lines; ++line) {
