@@ -4,8 +4,10 @@ PREFIX ?= /usr/local
 DESTDIR ?=
 # What `make test` builds with and runs: release, debug, asan or tsan.
 PRESET ?= release
-# For the benchmark programs, such as --benchmark_filter=File.
+# For the benchmark programs, such as --benchmark_filter=file-kernel.
 BENCH_ARGUMENTS ?=
+# Not empty: run every benchmark once and briefly, to see that it works.
+BENCH_QUICK ?=
 
 install-packages := scripts/install-packages.sh
 export DESTDIR
@@ -36,13 +38,13 @@ test: ## Build and run all tests; PRESET=asan or tsan for a sanitizer
 	@cmake --build --preset $(PRESET)
 	@ctest --preset $(PRESET)
 
-bench: ## Build and run all benchmarks, with BENCH_ARGUMENTS
+# Configured each time: packages of peers may have come or gone.
+bench: ## Measure the library beside its peers: table, results.json, results.svg; BENCH_QUICK=1 only tries it
 	@$(install-packages) build bench
-	@test -f build/bench/build.ninja || cmake --preset bench
-	@cmake --build --preset bench
-	@for program in build/bench/benchmarks/*Benchmark; do \
-		printf '\n%s\n' "$$program"; "$$program" $(BENCH_ARGUMENTS) || exit 1; \
-	done
+	@mkdir -p build
+	@cmake --preset bench >build/bench-configuring.txt || { cat build/bench-configuring.txt; exit 1; }
+	@cmake --build --preset bench --target benchmarks
+	@/usr/bin/python3 -B benchmarks/report.py build/bench $(if $(BENCH_QUICK),--quick) $(BENCH_ARGUMENTS)
 
 docs: ## Write the reference of the public headers to build/docs/html
 	@$(install-packages) build docs

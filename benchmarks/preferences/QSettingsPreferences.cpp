@@ -1,0 +1,73 @@
+// QSettings in the rows that are compared. Reading alone does not see what other processes write; sync() looks for it,
+// and writes the file through QSaveFile, which brings it to the disk before it is renamed into place.
+
+#include <QSettings>
+#include <QString>
+#include <benchmark/benchmark.h>
+#include <cstdint>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "preferences/Keys.h"
+#include "support/Scratch.h"
+
+namespace velora::bench {
+
+namespace {
+
+std::string storeFile() {
+    return (scratchFolder() / "qsettings.ini").string();
+}
+
+QSettings& settings() {
+    static QSettings store(QString::fromStdString(storeFile()), QSettings::IniFormat);
+    [[maybe_unused]] static const bool filled = [] {
+        store.setValue(pinCodeKey, 8);
+        for (int index = 1; index < usualKeys; ++index) {
+            store.setValue(QString::fromStdString(fillerKey(index)), QString::fromStdString(fillerValue(index)));
+        }
+        store.sync();
+        return true;
+    }();
+    return store;
+}
+
+void readStale(benchmark::State& state) {
+    const QSettings& store = settings();
+    const QString key(pinCodeKey);
+    for ([[maybe_unused]] auto step : state) {
+        benchmark::DoNotOptimize(store.value(key, 6).toLongLong());
+    }
+}
+BENCHMARK(readStale)->Name("preference-read/QSettings stale");
+
+void readFresh(benchmark::State& state) {
+    QSettings& store = settings();
+    const QString key(pinCodeKey);
+    for ([[maybe_unused]] auto step : state) {
+        store.sync();
+        benchmark::DoNotOptimize(store.value(key, 6).toLongLong());
+    }
+}
+BENCHMARK(readFresh)->Name("preference-read/QSettings fresh");
+
+void write(benchmark::State& state) {
+    QSettings& store = settings();
+    const QString key(pinCodeKey);
+    static qlonglong value = 100;
+    for ([[maybe_unused]] auto step : state) {
+        store.setValue(key, ++value);
+        store.sync();
+    }
+    std::ifstream file(storeFile());
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    if (text.find(std::to_string(value)) == std::string::npos || store.allKeys().size() != usualKeys) {
+        state.SkipWithError("the file does not hold what was written");
+    }
+}
+BENCHMARK(write)->Name("preference-write/QSettings")->UseRealTime();
+
+}  // namespace
+
+}  // namespace velora::bench

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+namespace velora::bench {
+
+/// How many keys the stores hold that are measured.
+inline void storeSizes(benchmark::internal::Benchmark* benchmark) {
+    benchmark->ArgName("keys")->Arg(35)->Arg(1'000)->Arg(10'000)->Arg(100'000);
+}
+
+}  // namespace velora::bench
