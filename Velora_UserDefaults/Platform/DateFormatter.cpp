@@ -6,6 +6,7 @@
 #include <cstring>
 #include <mutex>
 #include <string_view>
+#include <typeinfo>
 #include <unicode/fpositer.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include <Velora_UserDefaults/Platform/DateFormatter.h>
+#include <Velora_UserDefaults/Platform/TextWriter.h>
 
 namespace velora {
 namespace {
@@ -92,6 +94,19 @@ struct Cache {
 // Neither constructed nor destroyed: there before the thread's first formatting and after its last
 // destructor. Entries name formatters by numbers never used again (0 is none), not by addresses.
 constinit thread_local Cache threadCache{};
+
+/// Where the calling thread's cache is. Asking for that each time takes a call; this is one load. It takes
+/// eight bytes of the little room that the system has for such variables, the cache itself is too large.
+__attribute__((tls_model("initial-exec"))) constinit thread_local Cache* threadCacheAddress = nullptr;
+
+[[gnu::noinline]] Cache& findThreadCache() {
+    threadCacheAddress = &threadCache;
+    return threadCache;
+}
+
+Cache& cacheOfThread() {
+    return threadCacheAddress != nullptr ? *threadCacheAddress : findThreadCache();
+}
 
 std::uint64_t nextFormatterNumber() {
     static constinit std::atomic<std::uint64_t> last = 0;
@@ -226,6 +241,9 @@ public:
     [[nodiscard]] const std::string& timeZone() const { return timeZone_; }
     [[nodiscard]] bool isValid() const { return understood_ && timeZone_ != "Etc/Unknown"; }
 
+    [[nodiscard]] std::uint64_t number() const { return number_; }
+    void writeCached(const CachedSecond& entry, std::uint32_t nanoseconds, char* out) const;
+
 private:
     void learnDigits(const icu::Locale& locale, const icu::TimeZone& zone);
     [[nodiscard]] Rendering render(double milliseconds) const;
@@ -320,7 +338,7 @@ Rendering DateFormatter::Engine::render(double milliseconds) const {
 }
 
 void DateFormatter::Engine::append(Date date, std::string& out) const {
-    if (const CachedSecond* const entry = threadCache.find(number_, date); entry != nullptr) {
+    if (const CachedSecond* const entry = cacheOfThread().find(number_, date); entry != nullptr) {
         appendCached(*entry, static_cast<std::uint32_t>(entry->nanosecondsInto(date)), out);
         return;
     }
@@ -332,9 +350,14 @@ void DateFormatter::Engine::append(Date date, std::string& out) const {
 
 void DateFormatter::Engine::appendCached(const CachedSecond& entry, std::uint32_t nanoseconds, std::string& out) const {
     const std::size_t start = out.size();
-    out.append(entry.text.data(), entry.length);
+    out.resize(start + entry.length);
+    writeCached(entry, nanoseconds, out.data() + start);
+}
+
+void DateFormatter::Engine::writeCached(const CachedSecond& entry, std::uint32_t nanoseconds, char* out) const {
+    TextWriter(out).append(std::string_view(entry.text.data(), entry.length));
     if (entry.fractionDigits > 0) {
-        writeFraction(out.data() + start + entry.fractionOffset, entry.fractionDigits, nanoseconds);
+        writeFraction(out + entry.fractionOffset, entry.fractionDigits, nanoseconds);
     }
 }
 
@@ -347,7 +370,7 @@ bool DateFormatter::Engine::appendAndCache(SplitDate date, std::string& out) con
     if (rendering.text.size() > CachedSecond::capacity || rendering.fractions.size() != subSecond_.fractionRuns) {
         return false;
     }
-    CachedSecond& entry = threadCache.victim();
+    CachedSecond& entry = cacheOfThread().victim();
     entry.formatter = number_;
     entry.start = date.second * nanosecondsInSecond;
     entry.length = static_cast<std::uint32_t>(rendering.text.size());
@@ -408,6 +431,24 @@ std::string DateFormatter::string(Date date) const {
 
 void DateFormatter::append(Date date, std::string& out) const {
     engine_->append(date, out);
+}
+
+DateFormatter::CachedText DateFormatter::cachedText(Date date) const noexcept {
+    CachedText text;
+    if (typeid(*this) != typeid(DateFormatter)) {
+        return text;
+    }
+    if (const CachedSecond* const second = cacheOfThread().find(engine_->number(), date); second != nullptr) {
+        text.engine_ = engine_.get();
+        text.second_ = second;
+        text.size_ = second->length;
+        text.nanoseconds_ = static_cast<std::uint32_t>(second->nanosecondsInto(date));
+    }
+    return text;
+}
+
+void DateFormatter::CachedText::write(char* out) const noexcept {
+    engine_->writeCached(*static_cast<const CachedSecond*>(second_), nanoseconds_, out);
 }
 
 const std::string& DateFormatter::pattern() const {

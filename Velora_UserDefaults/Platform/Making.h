@@ -30,6 +30,9 @@ class Making {
 ///
 /// A constructor cannot reach an override, nor hand out a shared pointer to the object. So `make`
 /// constructs first and then runs `finishMaking`, where both are possible.
+///
+/// A base that does less work where its operations are not overridden has a member template
+/// `void learnClass<Class>(Making)`: `make` calls it, between the two, with the class that it makes.
 class VELORA_EXPORT MadeInTwoSteps {
 public:
     explicit MadeInTwoSteps(Making /*key*/) {}
@@ -52,6 +55,9 @@ private:
 template <MakeableObject Object, typename... Arguments>
 std::shared_ptr<Object> make(Arguments&&... arguments) {
     auto object = std::make_shared<Object>(Making(), std::forward<Arguments>(arguments)...);
+    if constexpr (requires { object->template learnClass<Object>(Making()); }) {
+        object->template learnClass<Object>(Making());
+    }
     static_cast<MadeInTwoSteps&>(*object).finishMaking();
     return object;
 }

@@ -1,6 +1,9 @@
 #pragma once
 
 #include <concepts>
+#include <cstdint>
+#include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 
@@ -49,11 +52,11 @@ public:
 
     /// No message.
     void operator()(SourceLocation place = SourceLocation::current()) const {
-        target_.logger().logln(level_, place, {}, target_.logger().noMessageClosure());
+        log(place, {}, target_.logger().noMessageClosure());
     }
     template <UserInfoSource Info>
     void operator()(const Info& userInfo, SourceLocation place = SourceLocation::current()) const {
-        target_.logger().logln(level_, place, userInfo, target_.logger().noMessageClosure());
+        log(place, userInfo, target_.logger().noMessageClosure());
     }
     template <UserInfoSource Info>
     void operator()(SourceLocation place, const Info& userInfo) const {
@@ -63,46 +66,79 @@ public:
     /// A message: a value or a closure.
     template <MessageSource Message>
     void operator()(Message&& message, SourceLocation place = SourceLocation::current()) const {
-        target_.logger().logln(level_, place, {}, message);
+        log(place, {}, message);
     }
     template <UserInfoSource Info, MessageSource Message>
     void operator()(const Info& userInfo, Message&& message, SourceLocation place = SourceLocation::current()) const {
-        target_.logger().logln(level_, place, userInfo, message);
+        log(place, userInfo, message);
     }
     template <MessageSource Message, UserInfoSource Info>
     void operator()(Message&& message, SourceLocation place, const Info& userInfo) const {
-        target_.logger().logln(level_, place, userInfo, message);
+        log(place, userInfo, message);
     }
 
     /// The place first, then a closure.
     template <MessageMaker Closure>
     void operator()(SourceLocation place, Closure&& closure) const {
-        target_.logger().logln(level_, place, {}, closure);
+        log(place, {}, closure);
     }
     template <UserInfoSource Info, MessageMaker Closure>
     void operator()(SourceLocation place, const Info& userInfo, Closure&& closure) const {
-        target_.logger().logln(level_, place, userInfo, closure);
+        log(place, userInfo, closure);
     }
 
     /// A format and its arguments.
     template <FormatArgument First, typename... Rest>
     void operator()(LocatedFormat<std::type_identity_t<First>, std::type_identity_t<Rest>...> format, First&& first,
                     Rest&&... rest) const {
-        logFormatted(UserInfoReference(), format.location, format.format, first, rest...);
+        logFormatted(UserInfoReference(), format, first, rest...);
     }
     template <UserInfoSource Info, FormatArgument First, typename... Rest>
     void operator()(const Info& userInfo,
                     LocatedFormat<std::type_identity_t<First>, std::type_identity_t<Rest>...> format, First&& first,
                     Rest&&... rest) const {
-        logFormatted(userInfo, format.location, format.format, first, rest...);
+        logFormatted(userInfo, format, first, rest...);
     }
 
 private:
-    template <typename... Arguments>
-    void logFormatted(UserInfoReference userInfo, const SourceLocation& place, fmt::string_view format,
-                      Arguments&... arguments) const {
-        auto filledIn = [&](std::string& out) { appendFormatted(out, format, fmt::make_format_args(arguments...)); };
-        target_.logger().logln(level_, place, userInfo, MessageReference::appendedBy(filledIn));
+    // What follows the question whether to log at all is not inlined, and takes the place and the format in
+    // pieces: so a call that nothing accepts does not even have to put them into memory.
+
+    void log(const SourceLocation& place, UserInfoReference userInfo, MessageReference message) const {
+        auto& logger = target_.logger();
+        if (logger.mayAccept(level_)) {
+            logNow(logger, level_, userInfo, message, place.functionName, place.fileName, place.lineNumber,
+                   place.isStatic);
+        }
+    }
+
+    template <typename Logger>
+    [[gnu::noinline]] static void logNow(Logger& logger, Level level, UserInfoReference userInfo,
+                                         MessageReference message, std::string_view functionName,
+                                         std::string_view fileName, std::int64_t lineNumber, bool isStatic) {
+        logger.logln(level, SourceLocation::of(functionName, fileName, lineNumber, isStatic), userInfo, message);
+    }
+
+    template <typename Format, typename... Arguments>
+    void logFormatted(UserInfoReference userInfo, const Format& format, Arguments&... arguments) const {
+        auto& logger = target_.logger();
+        if (logger.mayAccept(level_)) {
+            const SourceLocation& place = format.location;
+            logFormattedNow(logger, level_, userInfo, fmt::string_view(format.format), format.fields,
+                            place.functionName, place.fileName, place.lineNumber, place.isStatic, arguments...);
+        }
+    }
+
+    template <typename Logger, typename... Arguments>
+    [[gnu::noinline]] static void logFormattedNow(Logger& logger, Level level, UserInfoReference userInfo,
+                                                  fmt::string_view format, ReplacementFields fields,
+                                                  std::string_view functionName, std::string_view fileName,
+                                                  std::int64_t lineNumber, bool isStatic, Arguments&... arguments) {
+        auto filledIn = [&](std::string& out) {
+            appendFormatted(out, format, fields, fmt::make_format_args(arguments...));
+        };
+        logger.logln(level, SourceLocation::of(functionName, fileName, lineNumber, isStatic), userInfo,
+                     MessageReference::appendedBy(filledIn));
     }
 
     Target target_;

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <concepts>
+#include <cstddef>
+#include <cstdint>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <functional>
@@ -194,6 +196,47 @@ private:
     std::function<bool(std::string& out)> render_;
 };
 
+/// Where a format's replacement fields are, found by the compiler. Internal.
+///
+/// Known only of a format in which, as in most, every field is "{}", nothing is escaped and the fields are few
+/// and near its beginning: then nothing is left to be parsed when it is used. Fits a register.
+class ReplacementFields {
+public:
+    static constexpr std::size_t maximumCount = 5;
+
+    consteval explicit ReplacementFields(std::string_view format) {
+        std::size_t count = 0;
+        for (std::size_t at = format.find_first_of("{}"); at != std::string_view::npos;
+             at = format.find_first_of("{}", at + 2)) {
+            if (format.substr(at, 2) != "{}" || count == maximumCount || at > positionMask) {
+                bits_ = 0;
+                return;
+            }
+            bits_ |= std::uint64_t{at} << (countBits + positionBits * count++);
+        }
+        bits_ |= count;
+    }
+
+    /// The number of fields; 0 if there is none, or nothing is known.
+    constexpr std::size_t count() const noexcept { return bits_ & countMask; }
+    /// The position of a field's opening brace.
+    constexpr std::size_t position(std::size_t index) const noexcept {
+        return (bits_ >> (countBits + positionBits * index)) & positionMask;
+    }
+
+private:
+    static constexpr std::size_t countBits = 4;
+    static constexpr std::uint64_t countMask = 15;
+    static constexpr std::size_t positionBits = 12;
+    static constexpr std::uint64_t positionMask = 4'095;
+
+    std::uint64_t bits_ = 0;
+};
+
+/// The same, with what is known of `format`. A null `const char*` for a field "{}" is "(null)".
+VELORA_EXPORT void appendFormatted(std::string& out, fmt::string_view format, ReplacementFields fields,
+                                   fmt::format_args arguments);
+
 template <typename Text>
 concept ConvertsToText = std::convertible_to<const Text&, std::string_view>;
 
@@ -203,9 +246,10 @@ struct LocatedFormat {
     template <ConvertsToText Text>
     consteval LocatedFormat(const Text& text,  // NOLINT(google-explicit-constructor): written as a plain text
                             SourceLocation place = SourceLocation::current())
-        : format(text), location(place) {}
+        : format(text), fields(std::string_view(text)), location(place) {}
 
     fmt::format_string<Arguments...> format;
+    ReplacementFields fields;
     SourceLocation location;
 };
 

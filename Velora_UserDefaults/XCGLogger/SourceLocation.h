@@ -32,6 +32,12 @@ struct SourceLocation {
         return {functionName, fileName, lineNumber, true};
     }
 
+    /// A place of which the caller knows whether its texts live as long as the process.
+    static constexpr SourceLocation of(std::string_view function, std::string_view file, std::int64_t line,
+                                       bool textsAreStatic) noexcept {
+        return {function, file, line, textsAreStatic};
+    }
+
     constexpr SourceLocation() = default;
     /// A place told by the caller; a record copies the texts.
     constexpr SourceLocation(std::string_view function, std::string_view file, std::int64_t line) noexcept
@@ -68,7 +74,9 @@ public:
     void assign(std::string_view text, bool isStatic) {
         if (isStatic) {
             referred_ = text;
-            owned_.clear();
+            if (!owned_.empty()) {
+                owned_.clear();
+            }
         } else {
             referred_ = {};
             owned_.assign(text);

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <optional>
 #include <utility>
 
 #include <Velora_UserDefaults/Platform/Bundle.h>
@@ -10,6 +11,7 @@
 #include <Velora_UserDefaults/Platform/ProcessInfo.h>
 #include <Velora_UserDefaults/Platform/Reused.h>
 #include <Velora_UserDefaults/Platform/TypeName.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/BaseDestination.h>
 #include <Velora_UserDefaults/XCGLogger/EngineGuard.h>
 #include <Velora_UserDefaults/XCGLogger/InternalUserInfo.h>
 #include <Velora_UserDefaults/XCGLogger/LogCallScope.h>
@@ -30,7 +32,9 @@ public:
     ~KeptRecord() {
         // What the host put in must not outlive the call, nor must the memory of an unusually long text.
         constexpr std::size_t keptCapacity = 16'384;
-        kept_->record.userInfo.clear();
+        if (!kept_->record.userInfo.empty()) {
+            kept_->record.userInfo.clear();
+        }
         if (kept_->record.message.capacity() > keptCapacity) {
             std::string().swap(kept_->record.message);
         }
@@ -56,14 +60,14 @@ struct AcceptingDestinations {
 };
 
 /// What a destination answers that throws instead of telling whether it accepts a call: no. Apart from
-/// `accepts` so that that is inlined where every call passes.
+/// `isAccepted` so that that is inlined where every call passes.
 [[gnu::cold, gnu::noinline]] bool rejectReportingException() {
     reportingExceptions([] { throw; });
     return false;
 }
 
 /// Whether a destination accepts a call at `level`; one that throws instead of answering does not.
-inline bool accepts(const DestinationProtocol& destination, Level level) {
+bool isAccepted(const DestinationProtocol& destination, Level level) {
     try {
         return destination.isEnabledFor(level);
     } catch (...) {
@@ -106,7 +110,35 @@ XCGLogger::XCGLogger(Making key, std::string identifier, bool includeDefaultDest
       includeDefaultDestinations_(includeDefaultDestinations),
       noMessageClosure_([] { return ""; }) {}
 
-XCGLogger::~XCGLogger() = default;
+XCGLogger::~XCGLogger() {
+    for (const Recipient& recipient : recipients_) {
+        if (recipient.known != nullptr) {
+            recipient.known->observer_ = nullptr;
+        }
+    }
+}
+
+/// Notes which destinations need not be asked for their threshold: those that tell this logger, and it
+/// alone, when it changes.
+void XCGLogger::learnRecipients() {
+    recipients_.clear();
+    for (const auto& destination : destinations_) {
+        const auto* known = dynamic_cast<const BaseDestination*>(destination.get());
+        if (known != nullptr && known->inheritsThreshold_ && known->observer_ == nullptr) {
+            known->observer_ = this;
+        }
+        recipients_.push_back({destination.get(), known != nullptr && known->observer_ == this ? known : nullptr});
+    }
+    learnThresholds();
+}
+
+void XCGLogger::learnThresholds() noexcept {
+    std::int64_t lowest = inheritsLogln_ ? rawValue(Level::none) + 1 : 0;
+    for (const Recipient& recipient : recipients_) {
+        lowest = std::min(lowest, recipient.known == nullptr ? 0 : rawValue(recipient.known->outputLevel_.load()));
+    }
+    lowestAccepted_.store(lowest, std::memory_order_relaxed);
+}
 
 void XCGLogger::finishMaking() {
     MadeInTwoSteps::finishMaking();
@@ -136,6 +168,10 @@ void XCGLogger::setOutputLevel(Level level) {
 }
 
 const std::shared_ptr<const DateFormatter>& XCGLogger::dateFormatter() const {
+    return knownDateFormatter();
+}
+
+const std::shared_ptr<const DateFormatter>& XCGLogger::knownDateFormatter() const {
     if (customDateFormatter_) {
         return customDateFormatter_;
     }
@@ -163,6 +199,7 @@ bool XCGLogger::add(const std::shared_ptr<DestinationProtocol>& destination) {
     }
     destination->setOwner(shared_from_this());
     destinations_.push_back(destination);
+    learnRecipients();
     return true;
 }
 
@@ -178,6 +215,11 @@ bool XCGLogger::remove(const std::shared_ptr<DestinationProtocol>& destination) 
     const std::shared_ptr<XCGLogger> self = shared_from_this();
     registered->setOwner(nullptr);
     std::erase(destinations_, registered);
+    if (const auto* const known = dynamic_cast<const BaseDestination*>(registered.get());
+        known != nullptr && known->observer_ == this) {
+        known->observer_ = nullptr;
+    }
+    learnRecipients();
     LogCallScope::keepUntilCallEnds(registered);
     return true;
 }
@@ -191,9 +233,14 @@ bool XCGLogger::isEnabledFor(Level level) const {
     return outputLevel() <= level;
 }
 
+bool XCGLogger::accepts(const Recipient& recipient, Level level) {
+    return recipient.known != nullptr ? recipient.known->outputLevel_.load(std::memory_order_relaxed) <= level
+                                      : isAccepted(*recipient.destination, level);
+}
+
 void XCGLogger::logln(Level level, const SourceLocation& place, UserInfoReference userInfo, MessageReference message) {
-    for (std::size_t index = 0; index < destinations_.size(); ++index) {
-        if (accepts(*destinations_[index], level)) {
+    for (std::size_t index = 0; index < recipients_.size(); ++index) {
+        if (accepts(recipients_[index], level)) {
             reportingExceptions([&] { logAccepted(index, level, place, userInfo, message); });
             return;
         }
@@ -203,11 +250,16 @@ void XCGLogger::logln(Level level, const SourceLocation& place, UserInfoReferenc
 void XCGLogger::logAccepted(std::size_t firstAccepting, Level level, const SourceLocation& place,
                             UserInfoReference userInfo, MessageReference message) {
     const LogCallScope scope;
-    const Reused<AcceptingDestinations> accepting;
-    accepting->list.assign(1, destinations_[firstAccepting].get());
-    for (std::size_t index = firstAccepting + 1; index < destinations_.size(); ++index) {
-        if (accepts(*destinations_[index], level)) {
-            accepting->list.push_back(destinations_[index].get());
+    // Asked before the message is rendered: its closure may change the list.
+    DestinationProtocol* last = recipients_[firstAccepting].destination;
+    std::optional<Reused<AcceptingDestinations>> others;
+    for (std::size_t index = firstAccepting + 1; index < recipients_.size(); ++index) {
+        if (accepts(recipients_[index], level)) {
+            if (!others) {
+                others.emplace();
+                (*others)->list.clear();
+            }
+            (*others)->list.push_back(std::exchange(last, recipients_[index].destination));
         }
     }
 
@@ -226,11 +278,9 @@ void XCGLogger::logAccepted(std::size_t firstAccepting, Level level, const Sourc
         record->userInfo = resolved;
     }
 
-    DestinationProtocol* const last = accepting->list.back();
-    accepting->list.pop_back();
-    if (!accepting->list.empty()) {
+    if (others) {
         const RecordCopy copy;
-        for (DestinationProtocol* const destination : accepting->list) {
+        for (DestinationProtocol* const destination : (*others)->list) {
             *copy = *record;
             reportingExceptions([&] { destination->process(*copy); });
         }
@@ -260,7 +310,7 @@ void XCGLogger::logAppDetails(DestinationProtocol* selectedDestination) {
             continue;
         }
         for (LogDetails record : records) {
-            if (accepts(*destination, Level::info)) {
+            if (isAccepted(*destination, Level::info)) {
                 destination->setHaveLoggedAppDetails(true);
                 reportingExceptions([&] { destination->processInternal(record); });
             }
@@ -276,7 +326,7 @@ void XCGLogger::_logln(std::string_view message, Level level, const DestinationP
         if (level >= Level::error && source != nullptr && destination->identifier() == source->identifier()) {
             continue;
         }
-        if (accepts(*destination, level)) {
+        if (isAccepted(*destination, level)) {
             LogDetails copy = record;
             reportingExceptions([&] { destination->processInternal(copy); });
         }

@@ -1,11 +1,14 @@
 #pragma once
 
+#include <atomic>
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -21,6 +24,7 @@
 
 namespace velora {
 
+class BaseDestination;
 class DateFormatter;
 class DispatchQueue;
 class XCGLogger;
@@ -81,7 +85,7 @@ public:
 
     /// The threshold. Setting it sets it on every destination present, in list order; those added later
     /// keep their own.
-    virtual Level outputLevel() const { return outputLevel_; }
+    virtual Level outputLevel() const { return outputLevel_.load(std::memory_order_relaxed); }
     virtual void setOutputLevel(Level level);
 
     /// What a call without a message logs; by default the empty text.
@@ -127,17 +131,21 @@ public:
     ///     log->logln(Level::info, {functionName, fileName, lineNumber}, userInfo, [&] { return text; });
     virtual void logln(Level level, const SourceLocation& place, UserInfoReference userInfo, MessageReference message);
     /// The same with the message first.
-    template <MessageSource Message>
-    void logln(Message&& message, Level level, SourceLocation place = SourceLocation::current(),
+    void logln(MessageReference message, Level level, SourceLocation place = SourceLocation::current(),
                UserInfoReference userInfo = {}) {
-        logln(level, place, userInfo, MessageReference(message));
+        logln(level, place, userInfo, message);
+    }
+    /// The same with a message alone.
+    void logln(Level level, MessageReference message, SourceLocation place = SourceLocation::current(),
+               UserInfoReference userInfo = {}) {
+        logln(level, place, userInfo, message);
     }
 
-    /// The same with a closure alone.
-    template <MessageMaker Closure>
-    void logln(Level level, Closure&& closure, SourceLocation place = SourceLocation::current(),
-               UserInfoReference userInfo = {}) {
-        logln(level, place, userInfo, MessageReference(closure));
+    /// Whether `logln` may have something to do for a call at `level`. If not, a log call ends here: every
+    /// destination's threshold is above the level, and neither their classes nor this one's override what would
+    /// have to be asked. Any thread.
+    bool mayAccept(Level level) const noexcept {
+        return rawValue(level) >= lowestAccepted_.load(std::memory_order_relaxed);
     }
 
     /// Runs `closure`, on this thread, only if `isEnabledFor(level)`. What it throws goes to the caller.
@@ -167,17 +175,56 @@ public:
     /// The logger's class, identifier and destinations. Its lines end in carriage returns.
     virtual std::string debugDescription() const;
 
+    /// Notes which operations `Class` overrides. Called by `make`.
+    template <typename Class>
+    void learnClass(Making /*key*/) noexcept {
+        inheritsLogln_ = requires {
+            requires std::same_as<decltype(classOfLogln(&Class::logln)), std::type_identity<XCGLogger>>;
+        };
+        inheritsLayout_ = requires {
+            requires std::same_as<decltype(&Class::identifier), decltype(&XCGLogger::identifier)>;
+            requires std::same_as<decltype(&Class::levelDescriptions), decltype(&XCGLogger::levelDescriptions)>;
+            requires std::same_as<decltype(&Class::dateFormatter), decltype(&XCGLogger::dateFormatter)>;
+        };
+        inheritsProcessing_ = requires {
+            requires std::same_as<decltype(&Class::filters), decltype(&XCGLogger::filters)>;
+            requires std::same_as<decltype(&Class::formatters), decltype(&XCGLogger::formatters)>;
+        };
+        learnThresholds();
+    }
+
 protected:
     void finishMaking() override;
     /// Adds what a logger starts with: one console destination.
     virtual void addDefaultDestinations();
 
 private:
+    friend class BaseDestination;
+    friend class BaseQueuedDestination;
+
+    /// A destination, and the same one if its threshold can be read without asking it.
+    struct Recipient {
+        DestinationProtocol* destination;
+        const BaseDestination* known;
+    };
+
+    template <typename Class>
+    static std::type_identity<Class> classOfLogln(void (Class::*)(Level, const SourceLocation&, UserInfoReference,
+                                                                  MessageReference));
+    static bool accepts(const Recipient& recipient, Level level);
     void logAccepted(std::size_t firstAccepting, Level level, const SourceLocation& place, UserInfoReference userInfo,
                      MessageReference message);
+    void learnRecipients();
+    void learnThresholds() noexcept;
+    const std::shared_ptr<const DateFormatter>& knownDateFormatter() const;
 
+    std::atomic<std::int64_t> lowestAccepted_{0};
+    bool inheritsLogln_ = false;
+    bool inheritsLayout_ = false;
+    bool inheritsProcessing_ = false;
+    std::vector<Recipient> recipients_;
     std::string identifier_;
-    Level outputLevel_ = Level::debug;
+    std::atomic<Level> outputLevel_ = Level::debug;
     bool includeDefaultDestinations_;
     MessageClosure noMessageClosure_;
     LevelTexts levelDescriptions_;

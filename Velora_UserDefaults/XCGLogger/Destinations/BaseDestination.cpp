@@ -1,7 +1,7 @@
 #include <array>
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <string_view>
 
@@ -10,6 +10,7 @@
 #include <Velora_UserDefaults/Platform/FatalError.h>
 #include <Velora_UserDefaults/Platform/Reused.h>
 #include <Velora_UserDefaults/Platform/Text.h>
+#include <Velora_UserDefaults/Platform/TextWriter.h>
 #include <Velora_UserDefaults/Platform/ThreadInfo.h>
 #include <Velora_UserDefaults/Platform/TypeName.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/BaseDestination.h>
@@ -19,10 +20,10 @@ namespace velora {
 
 namespace {
 
-/// The buffer that the calling thread's lines are composed in.
+/// Memory for the calling thread's lines, which keeps what the one before left in it.
 class LineBuffer {
 public:
-    LineBuffer() { text_->clear(); }
+    LineBuffer() = default;
     LineBuffer(const LineBuffer&) = delete;
     LineBuffer& operator=(const LineBuffer&) = delete;
     ~LineBuffer() {
@@ -37,76 +38,88 @@ private:
     Reused<std::string> text_;
 };
 
-void appendNumber(std::int64_t number, std::string& line) {
-    std::array<char, 24> digits{};
-    const auto [end, error] = std::to_chars(digits.data(), digits.data() + digits.size(), number);
-    line.append(digits.data(), end);
-}
-
-void appendBracketed(std::string_view text, std::string& line) {
-    line += '[';
-    line += text;
-    line.append("] ", 2);
-}
-
-void appendDate(const XCGLogger& owner, Date date, std::string& line) {
-    if (const auto& formatter = owner.dateFormatter()) {
-        formatter->append(date, line);
-    } else {
-        static const DateFormatter& complete = *new DateFormatter("yyyy-MM-dd HH:mm:ss Z", "en_US_POSIX", "UTC");
-        complete.append(date, line);
-    }
-    line += ' ';
-}
-
-std::string_view levelText(const BaseDestination& destination, const XCGLogger& owner, Level level) {
-    if (const std::string* const own = destination.levelDescriptions().find(level)) {
-        return *own;
-    }
-    if (const std::string* const owners = owner.levelDescriptions().find(level)) {
-        return *owners;
-    }
-    return description(level);
-}
-
-void appendThread(std::string& line) {
+/// What the thread column shows.
+std::string threadText() {
+    std::string text;
     if (isMainThread()) {
-        appendBracketed("main", line);
-        return;
+        text = "main";
+        return text;
     }
     const auto label = DispatchQueue::currentLabel();
-    line += '[';
-    const std::size_t nameStart = line.size();
     // The name that a queue gives its thread is as much of its label as the kernel takes: no name of its own.
-    if (!appendCurrentThreadName(line) || (label && label->starts_with(std::string_view(line).substr(nameStart)))) {
-        line.resize(nameStart);
+    if (!appendCurrentThreadName(text) || (label && label->starts_with(text))) {
         if (label && !label->empty() && isValidUTF8(*label)) {
-            line += *label;
+            text = *label;
         } else {
-            line += currentThreadIdentifierText();
+            text = currentThreadIdentifierText();
         }
     }
-    line.append("] ", 2);
+    return text;
 }
 
-void appendPlace(const BaseDestination& destination, const LogDetails& logDetails, std::string& line) {
-    const bool showLineNumber = destination.showLineNumber();
-    if (destination.showFileName()) {
-        line += '[';
-        line += lastPathComponent(logDetails.fileName);
-        if (showLineNumber) {
-            line += ':';
-            appendNumber(logDetails.lineNumber, line);
-        }
-        line.append("] ", 2);
-    } else if (showLineNumber) {
-        line += '[';
-        appendNumber(logDetails.lineNumber, line);
-        line.append("] ", 2);
+void appendBracketed(std::string_view text, TextWriter& line) {
+    line.append('[');
+    line.append(text);
+    line.append("] ");
+}
+
+void appendPlace(std::string_view fileName, bool showFileName, const std::int64_t* lineNumber, TextWriter& line) {
+    if (!showFileName && lineNumber == nullptr) {
+        return;
     }
+    line.append('[');
+    line.append(fileName);
+    if (lineNumber != nullptr) {
+        if (showFileName) {
+            line.append(':');
+        }
+        line.append(*lineNumber);
+    }
+    line.append("] ");
 }
 
 }  // namespace
+
+/// A date's text, which in nearly every line needs only its fraction of a second written.
+class BaseDestination::DateColumn {
+public:
+    DateColumn(const XCGLogger& owner, Date date, bool isShown) {
+        if (!isShown) {
+            return;
+        }
+        const DateFormatter* const formatter =
+            (owner.inheritsLayout_ ? owner.knownDateFormatter() : owner.dateFormatter()).get();
+        if (formatter != nullptr) {
+            cached_ = formatter->cachedText(date);
+        }
+        if (!cached_) {
+            made_.emplace();
+            (*made_)->clear();
+            (formatter != nullptr ? *formatter : completeFormatter()).append(date, **made_);
+        }
+    }
+
+    std::size_t size() const noexcept { return made_ ? (*made_)->size() : cached_.size(); }
+    void write(char* out) const noexcept {
+        if (made_) {
+            std::memcpy(out, (*made_)->data(), (*made_)->size());
+        } else {
+            cached_.write(out);
+        }
+    }
+
+private:
+    struct Text : std::string {};
+
+    /// For a logger whose own formatter is missing.
+    static const DateFormatter& completeFormatter() {
+        static const DateFormatter& complete = *new DateFormatter("yyyy-MM-dd HH:mm:ss Z", "en_US_POSIX", "UTC");
+        return complete;
+    }
+
+    DateFormatter::CachedText cached_;
+    std::optional<Reused<Text>> made_;
+};
 
 BaseDestination::BaseDestination(Making key, std::shared_ptr<XCGLogger> owner, std::string identifier)
     : MadeInTwoSteps(key), owner_(std::move(owner)), identifier_(std::move(identifier)) {}
@@ -117,53 +130,103 @@ void BaseDestination::setOwner(std::shared_ptr<XCGLogger> owner) {
     owner_ = std::move(owner);
 }
 
+void BaseDestination::setOutputLevel(Level level) {
+    outputLevel_.store(level, std::memory_order_relaxed);
+    if (observer_ != nullptr) {
+        observer_->learnThresholds();
+    }
+}
+
+const XCGLogger* BaseDestination::knownOwner() const {
+    return inheritsLayout_ ? owner_.get() : owner().get();
+}
+
+BaseDestination::Columns BaseDestination::columns() const {
+    if (inheritsLayout_) {
+        return columns_;
+    }
+    return {.showLogIdentifier = showLogIdentifier(),
+            .showFunctionName = showFunctionName(),
+            .showThreadName = showThreadName(),
+            .showFileName = showFileName(),
+            .showLineNumber = showLineNumber(),
+            .showLevel = showLevel(),
+            .showDate = showDate()};
+}
+
+std::string_view BaseDestination::levelText(const XCGLogger& owner, Level level) const {
+    if (const std::string* const own = (inheritsLayout_ ? levelDescriptions_ : levelDescriptions()).find(level)) {
+        return *own;
+    }
+    const LevelTexts& owners = owner.inheritsLayout_ ? owner.levelDescriptions_ : owner.levelDescriptions();
+    if (const std::string* const word = owners.find(level)) {
+        return *word;
+    }
+    return description(level);
+}
+
 void BaseDestination::process(LogDetails& logDetails) {
-    const XCGLogger* const owner = this->owner().get();
+    const XCGLogger* const owner = knownOwner();
     if (owner == nullptr) {
         return;
     }
-    const LineBuffer buffer;
-    std::string& line = buffer.text();
-    if (showDate()) {
-        appendDate(*owner, logDetails.date, line);
-    }
-    if (showLevel()) {
-        appendBracketed(levelText(*this, *owner, logDetails.level), line);
-    }
-    if (showLogIdentifier()) {
-        appendBracketed(owner->identifier(), line);
-    }
-    if (showThreadName()) {
-        appendThread(line);
-    }
-    appendPlace(*this, logDetails, line);
-    if (showFunctionName()) {
-        line += logDetails.functionName;
-        line += ' ';
-    }
-    line.append("> ", 2);
-    line += logDetails.message;
-    output(logDetails, line);
+    const Columns columns = this->columns();
+    outputLine(logDetails, *owner, columns, columns.showLevel ? levelText(*owner, logDetails.level) : "");
 }
 
 void BaseDestination::processInternal(LogDetails& logDetails) {
-    const XCGLogger* const owner = this->owner().get();
+    const XCGLogger* const owner = knownOwner();
     if (owner == nullptr) {
         return;
     }
+    Columns columns = this->columns();
+    columns.showThreadName = false;
+    columns.showFileName = false;
+    columns.showLineNumber = false;
+    columns.showFunctionName = false;
+    outputLine(logDetails, *owner, columns, description(logDetails.level));
+}
+
+void BaseDestination::outputLine(LogDetails& logDetails, const XCGLogger& owner, const Columns& columns,
+                                 std::string_view levelWord) {
+    const DateColumn date(owner, logDetails.date, columns.showDate);
+    std::string_view identifier;
+    if (columns.showLogIdentifier) {
+        identifier = owner.inheritsLayout_ ? owner.identifier_ : owner.identifier();
+    }
+    const std::string thread = columns.showThreadName ? threadText() : std::string();
+    const std::string_view fileName = columns.showFileName ? lastPathComponent(logDetails.fileName) : "";
+    const std::string_view functionName = columns.showFunctionName ? logDetails.functionName.view() : "";
+
+    // Brackets, colon, spaces and the arrow.
+    constexpr std::size_t sizeOfSeparators = 24;
     const LineBuffer buffer;
     std::string& line = buffer.text();
-    if (showDate()) {
-        appendDate(*owner, logDetails.date, line);
+    line.resize(date.size() + levelWord.size() + identifier.size() + thread.size() + fileName.size() +
+                functionName.size() + logDetails.message.size() + TextWriter::maximumNumberSize + sizeOfSeparators);
+    TextWriter writer(line.data());
+    if (columns.showDate) {
+        date.write(writer.position());
+        writer.skip(date.size());
+        writer.append(' ');
     }
-    if (showLevel()) {
-        appendBracketed(description(logDetails.level), line);
+    if (columns.showLevel) {
+        appendBracketed(levelWord, writer);
     }
-    if (showLogIdentifier()) {
-        appendBracketed(owner->identifier(), line);
+    if (columns.showLogIdentifier) {
+        appendBracketed(identifier, writer);
     }
-    line.append("> ", 2);
-    line += logDetails.message;
+    if (columns.showThreadName) {
+        appendBracketed(thread, writer);
+    }
+    appendPlace(fileName, columns.showFileName, columns.showLineNumber ? &logDetails.lineNumber : nullptr, writer);
+    if (columns.showFunctionName) {
+        writer.append(functionName);
+        writer.append(' ');
+    }
+    writer.append("> ");
+    writer.append(logDetails.message);
+    line.resize(static_cast<std::size_t>(writer.position() - line.data()));
     output(logDetails, line);
 }
 

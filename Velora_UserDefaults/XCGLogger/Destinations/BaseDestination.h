@@ -1,7 +1,10 @@
 #pragma once
 
+#include <atomic>
+#include <concepts>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include <Velora_UserDefaults/Platform/Export.h>
@@ -36,8 +39,8 @@ public:
     const std::string& identifier() const override { return identifier_; }
     void setIdentifier(std::string identifier) override { identifier_ = std::move(identifier); }
     /// `debug` at first.
-    Level outputLevel() const override { return outputLevel_; }
-    void setOutputLevel(Level level) override { outputLevel_ = level; }
+    Level outputLevel() const override { return outputLevel_.load(std::memory_order_relaxed); }
+    void setOutputLevel(Level level) override;
     bool haveLoggedAppDetails() const override { return haveLoggedAppDetails_; }
     void setHaveLoggedAppDetails(bool haveLogged) override { haveLoggedAppDetails_ = haveLogged; }
     const Formatters& formatters() const override { return formatters_; }
@@ -46,20 +49,20 @@ public:
     void setFilters(Filters filters) override { filters_ = std::move(filters); }
 
     /// The columns. The logger's identifier and the thread are off at first, the others on.
-    virtual bool showLogIdentifier() const { return showLogIdentifier_; }
-    virtual void setShowLogIdentifier(bool show) { showLogIdentifier_ = show; }
-    virtual bool showFunctionName() const { return showFunctionName_; }
-    virtual void setShowFunctionName(bool show) { showFunctionName_ = show; }
-    virtual bool showThreadName() const { return showThreadName_; }
-    virtual void setShowThreadName(bool show) { showThreadName_ = show; }
-    virtual bool showFileName() const { return showFileName_; }
-    virtual void setShowFileName(bool show) { showFileName_ = show; }
-    virtual bool showLineNumber() const { return showLineNumber_; }
-    virtual void setShowLineNumber(bool show) { showLineNumber_ = show; }
-    virtual bool showLevel() const { return showLevel_; }
-    virtual void setShowLevel(bool show) { showLevel_ = show; }
-    virtual bool showDate() const { return showDate_; }
-    virtual void setShowDate(bool show) { showDate_ = show; }
+    virtual bool showLogIdentifier() const { return columns_.showLogIdentifier; }
+    virtual void setShowLogIdentifier(bool show) { columns_.showLogIdentifier = show; }
+    virtual bool showFunctionName() const { return columns_.showFunctionName; }
+    virtual void setShowFunctionName(bool show) { columns_.showFunctionName = show; }
+    virtual bool showThreadName() const { return columns_.showThreadName; }
+    virtual void setShowThreadName(bool show) { columns_.showThreadName = show; }
+    virtual bool showFileName() const { return columns_.showFileName; }
+    virtual void setShowFileName(bool show) { columns_.showFileName = show; }
+    virtual bool showLineNumber() const { return columns_.showLineNumber; }
+    virtual void setShowLineNumber(bool show) { columns_.showLineNumber = show; }
+    virtual bool showLevel() const { return columns_.showLevel; }
+    virtual void setShowLevel(bool show) { columns_.showLevel = show; }
+    virtual bool showDate() const { return columns_.showDate; }
+    virtual void setShowDate(bool show) { columns_.showDate = show; }
 
     /// Words shown instead of the levels' own; a level without one has its owner's word, or its plain one.
     virtual const LevelTexts& levelDescriptions() const { return levelDescriptions_; }
@@ -76,21 +79,60 @@ public:
 
     std::string debugDescription() const override;
 
+    /// Notes which operations `Class` overrides. Called by `make`.
+    template <typename Class>
+    void learnClass(Making /*key*/) noexcept {
+        using Base = BaseDestination;
+        inheritsThreshold_ = requires {
+            requires std::same_as<decltype(&Class::isEnabledFor), decltype(&Base::isEnabledFor)>;
+            requires std::same_as<decltype(&Class::outputLevel), decltype(&Base::outputLevel)>;
+        };
+        inheritsLayout_ = requires {
+            requires std::same_as<decltype(&Class::owner), decltype(&Base::owner)>;
+            requires std::same_as<decltype(&Class::showLogIdentifier), decltype(&Base::showLogIdentifier)>;
+            requires std::same_as<decltype(&Class::showFunctionName), decltype(&Base::showFunctionName)>;
+            requires std::same_as<decltype(&Class::showThreadName), decltype(&Base::showThreadName)>;
+            requires std::same_as<decltype(&Class::showFileName), decltype(&Base::showFileName)>;
+            requires std::same_as<decltype(&Class::showLineNumber), decltype(&Base::showLineNumber)>;
+            requires std::same_as<decltype(&Class::showLevel), decltype(&Base::showLevel)>;
+            requires std::same_as<decltype(&Class::showDate), decltype(&Base::showDate)>;
+            requires std::same_as<decltype(&Class::levelDescriptions), decltype(&Base::levelDescriptions)>;
+        };
+    }
+
 private:
+    friend class XCGLogger;
+
+    struct Columns {
+        bool showLogIdentifier = false;
+        bool showFunctionName = true;
+        bool showThreadName = false;
+        bool showFileName = true;
+        bool showLineNumber = true;
+        bool showLevel = true;
+        bool showDate = true;
+    };
+
+    class DateColumn;
+
+    const XCGLogger* knownOwner() const;
+    Columns columns() const;
+    std::string_view levelText(const XCGLogger& owner, Level level) const;
+    void outputLine(LogDetails& logDetails, const XCGLogger& owner, const Columns& columns,
+                    std::string_view levelWord);
+
     std::shared_ptr<XCGLogger> owner_;
     std::string identifier_;
-    Level outputLevel_ = Level::debug;
+    std::atomic<Level> outputLevel_ = Level::debug;
     bool haveLoggedAppDetails_ = false;
     Formatters formatters_;
     Filters filters_;
-    bool showLogIdentifier_ = false;
-    bool showFunctionName_ = true;
-    bool showThreadName_ = false;
-    bool showFileName_ = true;
-    bool showLineNumber_ = true;
-    bool showLevel_ = true;
-    bool showDate_ = true;
+    Columns columns_;
     LevelTexts levelDescriptions_;
+    bool inheritsThreshold_ = false;
+    bool inheritsLayout_ = false;
+    /// The logger that has this destination in its list and takes its threshold from here.
+    mutable XCGLogger* observer_ = nullptr;
 };
 
 }  // namespace velora
