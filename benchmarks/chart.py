@@ -17,7 +17,7 @@ MISSED = "#d9534f"
 INFORMATION = "#4a90d9"
 GOAL = "#c77f00"
 # Ratios beyond this are cut off, with the number still written.
-LARGEST = 1.5
+LARGEST = 1.3
 
 
 def colour_of(entry: dict) -> str:
@@ -43,7 +43,7 @@ def draw(entries: list[dict], path: Path) -> None:
     for line, entry, is_first in lines:
         draw_line(axes, line, entry, is_first)
     axes.axvline(1, color=TEXT, linewidth=0.8)
-    axes.set_xlim(0, LARGEST)
+    axes.set_xlim(0, LARGEST + 0.3)
     axes.set_ylim(position + 1, -0.5)
     axes.set_yticks([line for line, _, _ in lines], [entry["peer"] for _, entry, _ in lines])
     axes.set_xlabel("our figure as a share of the peer's (1: equal, less: better); marked: the goal")
@@ -67,6 +67,6 @@ def draw_line(axes: pyplot.Axes, line: float, entry: dict, is_first: bool) -> No
     goal = entry["goal"]
     if goal is not None:
         axes.plot([goal, goal], [line - 0.45, line + 0.45], color=GOAL, linewidth=2.5)
-    beside = max(min(ratio, LARGEST * 0.93), goal or 0)
+    beside = max(min(ratio, LARGEST), goal or 0)
     label = f"{ratio:.2f}" if goal is None else f"{ratio:.2f} (goal {goal:.2f})"
     axes.text(beside + 0.01, line, label, va="center")

@@ -131,6 +131,10 @@ def words_of(variant: str) -> str:
     return f"{int(value):,} {name.replace('_', ' ')}" if value else name
 
 
+def size_of(variant: str) -> int:
+    return int(variant.partition(":")[2] or 0)
+
+
 def entries_of(row: rows.Row, variant: str, sides: Sides, versions: dict[str, str]) -> list[dict]:
     """The entries of results.json that one row gives: one for each peer, or one without."""
     ours = median(sides["ours"], row) if "ours" in sides else None
@@ -173,7 +177,7 @@ def compare(measured: Measured, versions: dict[str, str]) -> tuple[list[dict], l
         found = []
         for row in table:
             variants = [variant for key, variant in measured if key == row.key]
-            for variant in sorted(variants, key=lambda text: [int(digits) for digits in re.findall(r"\d+", text)]):
+            for variant in sorted(variants, key=size_of):
                 found += entries_of(row, variant, measured[row.key, variant], versions)
         return found
 
