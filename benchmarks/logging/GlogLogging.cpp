@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <ctime>
 #include <glog/logging.h>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -38,17 +39,21 @@ void initializeOnce() {
 void logLine(int number) {
     LOG(INFO) << __func__ << " > message number " << number << " of this run";
 }
+void logBelowLevel(int number) {
+    VLOG(1) << __func__ << " > message number " << number << " of this run";
+}
 
 void belowLevel(benchmark::State& state) {
     initializeOnce();
-    measureCalls(state, [](int number) { VLOG(1) << __func__ << " > message number " << number << " of this run"; });
+    measureCalls(state, logBelowLevel);
 }
 BENCHMARK(belowLevel)->Name("below-level/glog");
 
 void composed(benchmark::State& state) {
     initializeOnce();
     google::base::Logger* const fileLogger = google::base::GetLogger(google::GLOG_INFO);
-    google::base::SetLogger(google::GLOG_INFO, new DiscardingLogger);
+    auto discarding = std::make_unique<DiscardingLogger>();
+    google::base::SetLogger(google::GLOG_INFO, discarding.release());
     measureDiscarded(state, logLine);
     google::base::SetLogger(google::GLOG_INFO, fileLogger);  // deletes ours
 }

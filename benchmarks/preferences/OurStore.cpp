@@ -4,6 +4,7 @@
 #include <benchmark/benchmark.h>
 #include <csignal>
 #include <cstdint>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <string>
@@ -31,13 +32,15 @@ DefaultsStore& storeWith(std::int64_t keys) {
     if (store != nullptr) {
         return *store;
     }
-    store = std::make_unique<DefaultsStore>((scratchFolder() / ("store-" + std::to_string(keys) + ".json")).string());
-    std::string json = "{";
+    const std::string path = (scratchFolder() / ("store-" + std::to_string(keys) + ".json")).string();
+    std::ofstream file(path);
+    file << '{';
     for (int index = 3; index < keys; ++index) {
-        json += '"' + fillerKey(index) + R"(": ")" + fillerValue(index) + R"(", )";
+        file << '"' << fillerKey(index) << R"(": ")" << fillerValue(index) << R"(", )";
     }
-    store->importText(json + '"' + pinCodeKey + R"(": 6, ")" + truthKey + R"(": true, ")" + textKey +
-                      R"(": "Ann's computer"})");
+    file << '"' << pinCodeKey << R"(": 6, ")" << truthKey << R"(": true, ")" << textKey << R"(": "Ann's computer"})";
+    file.close();
+    store = std::make_unique<DefaultsStore>(path);
     store->integer(pinCodeKey);
     return *store;
 }
