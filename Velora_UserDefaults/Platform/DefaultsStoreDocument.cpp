@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+#include <unordered_map>
 #include <utility>
 
 #include <Velora_UserDefaults/Platform/DefaultsStoreDocument.h>
@@ -18,6 +19,11 @@ std::optional<std::string> keyOf(std::string_view name) {
     }
     const auto parsed = nlohmann::json::parse(name, nullptr, false);
     return parsed.is_string() ? std::optional<std::string>(parsed.get<std::string>()) : std::nullopt;
+}
+
+/// What tells one key from another, also keys that are no text.
+std::string identityOf(const Member& member) {
+    return member.key ? "=" + *member.key : member.name;
 }
 
 std::optional<Member> scanMember(DefaultsStoreScanner& scanner) {
@@ -94,12 +100,33 @@ bool DefaultsStoreDocument::set(std::string_view key, std::string_view json) {
 }
 
 bool DefaultsStoreDocument::setAll(const DefaultsStoreDocument& other) {
+    struct Place {
+        std::size_t counting;
+        bool isSet;
+    };
+    std::unordered_map<std::string, Place> places;
+    for (std::size_t index = 0; index < members_.size(); ++index) {
+        places[identityOf(members_[index])] = {.counting = index, .isSet = false};
+    }
     bool changed = false;
     for (const Member& member : other.members_) {
-        if (member.key) {
-            changed = set(*member.key, member.json) || changed;
+        const auto [found, isNew] = places.try_emplace(identityOf(member), Place{members_.size(), true});
+        if (isNew) {
+            members_.push_back(member);
+        } else if (Member& counting = members_[found->second.counting]; counting.json != member.json) {
+            counting.json = member.json;
+            found->second.isSet = true;
+        } else {
+            continue;
         }
+        changed = true;
     }
+    // As with set(), of each key that was set only the member that counts stays.
+    std::size_t index = 0;
+    std::erase_if(members_, [&](const Member& member) {
+        const Place& place = places.at(identityOf(member));
+        return place.counting != index++ && place.isSet;
+    });
     return changed;
 }
 

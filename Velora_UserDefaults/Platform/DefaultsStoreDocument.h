@@ -31,7 +31,8 @@ public:
     /// Gives `key` the value `json`, at the place of the member that counted or else at the end. Returns whether that
     /// changed anything.
     bool set(std::string_view key, std::string_view json);
-    /// Sets all members of `other`.
+    /// Sets all members of `other`, also those whose key is no text. Takes time in proportion to the members of both,
+    /// where calls of `set` take their product.
     bool setAll(const DefaultsStoreDocument& other);
     /// Drops all members with `key`. Returns whether there were any.
     bool remove(std::string_view key);

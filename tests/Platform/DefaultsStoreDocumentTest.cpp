@@ -114,5 +114,46 @@ TEST(DefaultsStoreDocument, DropsEarlierDuplicatesOfAKeyThatIsSet) {
     EXPECT_EQ(document.text(), "{\n    \"b\": 2,\n    \"c\": 4,\n    \"a\": 6\n}\n");
 }
 
+TEST(DefaultsStoreDocument, SetsAllMembersAsIfOneByOne) {
+    const std::string_view stored = R"({"a": 1, "b": 2, "a": 3, "c": 4, "\ud800": 0, "c": 5, "b": 6})";
+    const std::string_view texts[] = {R"({})",
+                                      R"({"a": 3, "b": 6, "c": 5})",
+                                      R"({"a": 7})",
+                                      R"({"b": 6, "c": 7, "d": 8})",
+                                      R"({"d": 1, "d": 2, "\u0061": 7, "d\"": [1, 2]})",
+                                      R"({"a": 8, "a": 9, "b": 9, "c": 9, "d": 9, "e": 9})"};
+    for (const std::string_view text : texts) {
+        auto atOnce = *parse(stored);
+        auto oneByOne = *parse(stored);
+        bool changed = false;
+        const auto other = *parse(text);
+        for (const auto& member : other.members()) {
+            changed = (member.key && oneByOne.set(*member.key, member.json)) || changed;
+        }
+        EXPECT_EQ(atOnce.setAll(other), changed) << text;
+        EXPECT_EQ(atOnce.text(), oneByOne.text()) << text;
+    }
+}
+
+TEST(DefaultsStoreDocument, SetsAllMembersWhoseKeysAreNoText) {
+    auto document = *parse(R"({"\ud800": 1, "\udfff": 2, "a": 3})");
+    EXPECT_TRUE(document.setAll(*parse(R"({"\udfff": 4, "\udffe": 5})")));
+    EXPECT_EQ(document.text(), "{\n    \"\\ud800\": 1,\n    \"\\udfff\": 4,\n    \"a\": 3,\n    \"\\udffe\": 5\n}\n");
+}
+
+TEST(DefaultsStoreDocument, SetsVeryManyMembersAtOnce) {
+    std::string text = "{";
+    for (int number = 0; number < 100'000; ++number) {
+        text += (number == 0 ? "\"key " : ",\"key ") + std::to_string(number) + "\":" + std::to_string(number);
+    }
+    auto document = *parse(R"({"key 99999": 0, "other": 1})");
+    EXPECT_TRUE(document.setAll(*parse(text + "}")));
+    EXPECT_FALSE(document.setAll(*parse(text + "}")));
+    ASSERT_EQ(document.members().size(), 100'001U);
+    EXPECT_EQ(document.members()[0].json, "99999");
+    EXPECT_EQ(document.members()[2].key, "key 0");
+    EXPECT_EQ(document.members().back().json, "99998");
+}
+
 }  // namespace
 }  // namespace velora::test
