@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fmt/chrono.h>
@@ -86,13 +87,18 @@ void giveToFolderOwner(int descriptor, const std::string& path) {
     }
 }
 
+/// A second name of the file is a backup's where only the user could have made it, else perhaps a trap.
 bool isOurs(const struct stat& status, const std::string& path) {
-    if (!S_ISREG(status.st_mode) || status.st_nlink > 1) {
+    if (!S_ISREG(status.st_mode)) {
         return false;
     }
     struct stat folder {};
-    return status.st_uid == ::geteuid() ||
-           (::stat(folderOf(path).c_str(), &folder) == 0 && (folder.st_mode & S_IWOTH) == 0);
+    const bool onlyOursToWrite = ::stat(folderOf(path).c_str(), &folder) == 0 && (folder.st_mode & S_IWOTH) == 0;
+    return onlyOursToWrite || (status.st_uid == ::geteuid() && status.st_nlink == 1);
+}
+
+bool writeAndSync(DefaultsStoreDescriptor& file, std::string_view bytes) {
+    return writeAll(file.get(), bytes) && retrying([&] { return ::fdatasync(file.get()); }) == 0 && file.close();
 }
 
 bool writeNewFile(const std::string& path, std::string_view bytes) {
@@ -100,8 +106,7 @@ bool writeNewFile(const std::string& path, std::string_view bytes) {
         return false;
     }
     DefaultsStoreDescriptor file = openBesideStore(path, O_WRONLY | O_CREAT | O_EXCL);
-    return file && writeAll(file.get(), bytes) && retrying([&] { return ::fdatasync(file.get()); }) == 0 &&
-           file.close();
+    return file && writeAndSync(file, bytes);
 }
 
 /// Whether nobody else has the file open and could be reading it: only then a write lease is granted (fcntl(2)).
@@ -118,7 +123,8 @@ bool isOpenNowhereElse(int descriptor) {
 bool writeOverFormerFile(const std::string& path, std::string_view bytes) {
     DefaultsStoreDescriptor file = openBesideStore(path, O_WRONLY);
     struct stat status {};
-    if (!file || ::fstat(file.get(), &status) != 0 || status.st_uid != ::geteuid() || !isOpenNowhereElse(file.get())) {
+    if (!file || ::fstat(file.get(), &status) != 0 || status.st_uid != ::geteuid() || status.st_nlink > 1 ||
+        !isOpenNowhereElse(file.get())) {
         return false;
     }
     return ::fchmod(file.get(), fileMode) == 0 && writeAll(file.get(), bytes) &&
@@ -282,8 +288,20 @@ bool replaceStoreFile(const std::string& path, std::string_view bytes,
 }
 
 bool replaceForeignFile(const std::string& path, std::string_view bytes, std::string& fault) {
-    const std::string written = path + ".new";
-    if (!writeNewFile(written, bytes) || ::rename(written.c_str(), path.c_str()) != 0) {
+    // What lies there may be the terminal or a device, which a rename would put an end to.
+    struct stat status {};
+    if (::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        fault = S_ISDIR(status.st_mode) ? "it is a folder" : "it is no regular file";
+        return false;
+    }
+    std::string written = path + ".XXXXXX";  // a name of its own: in that folder every other file is somebody's
+    DefaultsStoreDescriptor file(::mkostemp(written.data(), O_CLOEXEC));
+    if (!file) {
+        fault = withSystemError("cannot write it");
+        return false;
+    }
+    giveToFolderOwner(file.get(), path);
+    if (!writeAndSync(file, bytes) || ::rename(written.c_str(), path.c_str()) != 0) {
         fault = withSystemError("cannot write it");
         ::unlink(written.c_str());
         return false;

@@ -96,7 +96,7 @@ bool isStillAt(const std::string& path, int descriptor);
 bool replaceStoreFile(const std::string& path, std::string_view bytes,
                       const std::function<bool(const std::function<bool()>& move)>& rename, std::string& fault);
 
-/// Puts `bytes` in the place of any other file, on the disk, as a whole or not at all.
+/// Puts `bytes` in the place of any other regular file, on the disk, as a whole or not at all. Touches no other file.
 bool replaceForeignFile(const std::string& path, std::string_view bytes, std::string& fault);
 
 /// Renames the file at `path` to a dated name that no file has, and returns that; nothing if it cannot be done. Needs

@@ -255,6 +255,38 @@ TEST_F(DefaultsStoreFaults, NeverWriteOverAFileThatHasAnotherName) {
     EXPECT_EQ(DefaultsStore(file).integer("number"), 9);
 }
 
+TEST_F(DefaultsStoreFaults, BearThatABackupGaveEveryFileASecondName) {
+    DefaultsStore store(file);
+    const Reports reports(store);
+    ASSERT_TRUE(store.setInteger("number", 1));
+    ASSERT_TRUE(store.setInteger("number", 2));
+    std::filesystem::create_directory(folder / "backup");
+    for (const std::string& name : filesBeginningWith(folder.path(), "UserDefaults.json")) {
+        std::filesystem::create_hard_link(folder / name, folder / ("backup/" + name));
+    }
+    for (int number = 3; number < 10; ++number) {
+        ASSERT_TRUE(store.setInteger("number", number));
+        ASSERT_EQ(DefaultsStore(file).integer("number"), number);
+    }
+    EXPECT_EQ(readFile(folder / "backup/UserDefaults.json"), "{\n    \"number\": 2\n}\n");
+    EXPECT_EQ(readFile(folder / "backup/UserDefaults.json.spare"), "{\n    \"number\": 1\n}\n");
+    EXPECT_TRUE(reports.lines().empty());
+}
+
+TEST_F(DefaultsStoreFaults, DoNotWriteThroughASecondNameInAFolderOfAll) {
+    writeFile(folder / "victim", "precious data");
+    for (const char* name : {"UserDefaults.json.lock", "UserDefaults.json.spare", "UserDefaults.json.generation"}) {
+        const std::string shared = folder / (std::string("for ") + name);
+        std::filesystem::create_directory(shared);
+        ASSERT_EQ(::chmod(shared.c_str(), 01777), 0);
+        std::filesystem::create_hard_link(folder / "victim", shared + "/" + name);
+        DefaultsStore store(shared + "/UserDefaults.json");
+        const Reports reports(store);
+        store.setInteger("number", 1);
+        EXPECT_EQ(readFile(folder / "victim"), "precious data") << name;
+    }
+}
+
 TEST_F(DefaultsStoreFaults, KeepAFileToItsOwnerThatWasOpenToOthers) {
     DefaultsStore store(file);
     for (int number = 1; number < 6; ++number) {

@@ -1,6 +1,7 @@
 #include <chrono>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <string>
 #include <thread>
 
@@ -50,14 +51,21 @@ TEST(DefaultsStoreFile, FollowsLinksToWhereTheyLead) {
     EXPECT_EQ(resolvedStorePath(folder / "loop"), folder / "loop");
 }
 
-TEST(DefaultsStoreFile, ReplacesAFileThatIsNoStoreWithoutLeavingAnother) {
+TEST(DefaultsStoreFile, ReplacesAFileThatIsNoStoreAndTouchesNoOther) {
     const TemporaryFolder folder;
+    const std::string neighbours[] = {"file.new", "file.spare", "file.tmp", "file~"};
+    for (const std::string& name : neighbours) {
+        writeFile(folder / name, name);
+    }
     std::string fault;
     for (const std::string bytes : {"one", "two", "three"}) {
         ASSERT_TRUE(replaceForeignFile(folder / "file", bytes, fault)) << fault;
         EXPECT_EQ(readFile(folder / "file"), bytes);
     }
-    EXPECT_EQ(filesBeginningWith(folder.path(), "").size(), 1U);
+    for (const std::string& name : neighbours) {
+        EXPECT_EQ(readFile(folder / name), name);
+    }
+    EXPECT_EQ(filesBeginningWith(folder.path(), "").size(), 1 + std::size(neighbours));
 }
 
 TEST(DefaultsStoreFile, PutsNothingInPlaceWhenTheRenameIsRefused) {
