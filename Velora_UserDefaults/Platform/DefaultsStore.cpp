@@ -34,6 +34,9 @@ std::vector<DefaultsStore::Entry> entriesOf(const DefaultsStoreDocument& documen
     const auto add = [&](const DefaultsStoreDocument::Member& member) {
         if (member.key && seen.insert(*member.key).second) {
             DefaultsStoreValue value = DefaultsStoreValue::fromJSON(member.json);
+            if (value.isNull()) {
+                return;
+            }
             entries.push_back(
                 {.key = *member.key, .type = value.type, .text = std::move(value.text), .json = member.json});
         }
@@ -146,8 +149,9 @@ std::string DefaultsStore::exportText() const {
 }
 
 bool DefaultsStore::exportTo(const std::string& path) const {
-    std::string fault;
-    if (replaceForeignFile(resolvedStorePath(path), exportText(), fault)) {
+    const std::string target = resolvedStorePath(path);
+    std::string fault = "it is the store itself";  // where others may be writing
+    if (target != engine_->path() && replaceForeignFile(target, exportText(), fault)) {
         return true;
     }
     engine_->report(fmt::format("Preferences: cannot export to {}: {}.", path, fault));
@@ -165,7 +169,7 @@ bool DefaultsStore::importText(std::string_view json) {
 }
 
 bool DefaultsStore::importFrom(const std::string& path) {
-    const DefaultsStoreContents contents = DefaultsStoreContents::read(resolvedStorePath(path));
+    const DefaultsStoreContents contents = DefaultsStoreContents::read(path);
     std::string fault =
         contents.state == DefaultsStoreContents::State::missing ? "there is no such file" : contents.fault;
     const auto document = fault.empty() ? DefaultsStoreDocument::parse(contents.bytes, fault) : std::nullopt;
@@ -181,7 +185,8 @@ std::uint64_t DefaultsStore::generation() const {
 }
 
 std::uint64_t DefaultsStore::waitForChange(std::uint64_t since, std::chrono::milliseconds timeout) const {
-    const auto end = std::chrono::steady_clock::now() + timeout;
+    constexpr std::chrono::milliseconds longest = std::chrono::hours(24 * 365 * 100);
+    const auto end = std::chrono::steady_clock::now() + std::min(timeout, longest);
     DefaultsStoreWatch watch(engine_->path());
     for (;;) {
         engine_->lookAtFile();

@@ -75,7 +75,7 @@ public:
         boolean,
         real,
         url,
-        other  ///< a list, an object that is no URL, or null
+        other  ///< a list, or an object that is no URL
     };
 
     /// One stored value.
@@ -164,7 +164,8 @@ public:
 
     /// The user's own values as the text of a JSON object.
     std::string exportText() const;
-    /// Writes `exportText()` to `path` (mode 0600), which either is replaced as a whole or stays as it was.
+    /// Writes `exportText()` to the file at `path` (mode 0600), which either is replaced as a whole or stays as it was.
+    /// A folder, a device or the store's own file is refused.
     bool exportTo(const std::string& path) const;
     /// Stores every member of a JSON object, in one write; keys that it lacks stay. If `json` is no JSON object,
     /// nothing is stored. The members' exact text is kept.

@@ -15,7 +15,9 @@
 namespace velora::test {
 namespace {
 
+using ::testing::Each;
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using Type = DefaultsStore::Type;
 
@@ -250,6 +252,37 @@ TEST_F(DefaultsStoreTest, ImportsAllOrNothing) {
     EXPECT_EQ(reports.lines().size(), 4U);
 }
 
+TEST_F(DefaultsStoreTest, ImportsAndExportsRegularFilesOnly) {
+    const Reports reports(store);
+    ASSERT_TRUE(store.setInteger("number", 1));
+    ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
+    std::filesystem::create_symlink("pipe", folder / "link");
+    std::filesystem::create_directory(folder / "folder");
+    for (const char* name : {"pipe", "link", "folder"}) {
+        EXPECT_FALSE(store.exportTo(folder / name)) << name;
+        EXPECT_FALSE(store.importFrom(folder / name)) << name;
+    }
+    EXPECT_TRUE(std::filesystem::is_fifo(folder / "pipe"));
+    EXPECT_THAT(reports.lines(), ElementsAre(EndsWith("it is no regular file."), EndsWith("it is no regular file."),
+                                             EndsWith("it is no regular file."), EndsWith("it is no regular file."),
+                                             EndsWith("it is a folder."), EndsWith("it is a folder.")));
+}
+
+TEST_F(DefaultsStoreTest, RefusesToBeExportedToItself) {
+    const Reports reports(store);
+    std::filesystem::create_symlink(file, folder / "link");
+    EXPECT_FALSE(store.exportTo(file));
+    EXPECT_FALSE(store.exportTo(folder / "link"));
+    EXPECT_THAT(reports.lines(), Each(EndsWith("it is the store itself.")));
+    EXPECT_EQ(reports.lines().size(), 2U);
+}
+
+TEST_F(DefaultsStoreTest, TakesNoNullForAValue) {
+    ASSERT_TRUE(store.importText(R"({"none": null, "twice": 1, "twice": null, "some": 1})"));
+    EXPECT_THAT(store.allValues(), ElementsAre(DefaultsStore::Entry{"some", Type::integer, "1", "1"}));
+    EXPECT_FALSE(store.contains("twice"));
+}
+
 TEST_F(DefaultsStoreTest, ReportsAnExportThatFails) {
     const Reports reports(store);
     EXPECT_FALSE(store.exportTo(folder / "no/such/folder/export.json"));
@@ -288,7 +321,7 @@ TEST_F(DefaultsStoreTest, WaitsForAChange) {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         another().setInteger("key", 1);
     });
-    EXPECT_NE(store.waitForChange(before, std::chrono::seconds(30)), before);
+    EXPECT_NE(store.waitForChange(before, std::chrono::milliseconds::max()), before);
     EXPECT_EQ(store.integer("key"), 1);
 }
 
