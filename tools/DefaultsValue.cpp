@@ -78,6 +78,13 @@ std::string listedChoices(const PreferenceEntry& preference) {
     return list;
 }
 
+const PreferenceEntry* preferenceWith(std::string_view PreferenceEntry::*field, std::string_view text) {
+    const auto& table = preferenceTable();
+    const auto found =
+        std::find_if(table.begin(), table.end(), [&](const PreferenceEntry& entry) { return entry.*field == text; });
+    return found == table.end() ? nullptr : &*found;
+}
+
 }  // namespace
 
 std::string_view nameOf(DefaultsValueType type) {
@@ -101,10 +108,11 @@ DefaultsValueType typeOf(PreferenceKind kind) {
 }
 
 const PreferenceEntry* preferenceWithKey(std::string_view key) {
-    const auto& table = preferenceTable();
-    const auto found =
-        std::find_if(table.begin(), table.end(), [key](const PreferenceEntry& entry) { return entry.key == key; });
-    return found == table.end() ? nullptr : &*found;
+    return preferenceWith(&PreferenceEntry::key, key);
+}
+
+const PreferenceEntry* preferenceWithProperty(std::string_view name) {
+    return name.empty() ? nullptr : preferenceWith(&PreferenceEntry::property, name);
 }
 
 std::optional<std::string> jsonText(std::string_view text) {

@@ -27,6 +27,9 @@ DefaultsValueType typeOf(PreferenceKind kind);
 /// The row of a known key; null for any other one.
 const PreferenceEntry* preferenceWithKey(std::string_view key);
 
+/// The row of a known key by the name of the property that reads it; null for any other name.
+const PreferenceEntry* preferenceWithProperty(std::string_view name);
+
 /// `text` as JSON text; nothing if it is not UTF-8.
 std::optional<std::string> jsonText(std::string_view text);
 

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <fmt/format.h>
 #include <iostream>
@@ -31,6 +32,16 @@ void complain(std::string_view text) {
     std::cerr << "velora-defaults: " << printable(text) << "\n";
 }
 
+/// The parser's message without the "--" that its arguments were given.
+std::string withoutDoubleDash(std::string message) {
+    for (std::size_t at = message.find(" --"); at != std::string::npos; at = message.find(" --", at + 1)) {
+        if (at + 3 == message.size() || message[at + 3] == ' ') {
+            return message.erase(at, 3);
+        }
+    }
+    return message;
+}
+
 /// What the command line asks for.
 struct Request {
     std::string key;
@@ -48,6 +59,13 @@ int list(const DefaultsStore& store, const Request& request) {
     return done;
 }
 
+/// Says that nothing is stored under `key`, and under which key it may be.
+void complainOfMissing(const std::string& key) {
+    const PreferenceEntry* meant = preferenceWithProperty(key);
+    complain("no value is stored under " + key +
+             (meant == nullptr ? "" : fmt::format(" (the key of that property is {})", meant->key)));
+}
+
 int read(const DefaultsStore& store, const Request& request) {
     for (const DefaultsRow& row : defaultsRows(store)) {
         if (row.key == request.key && row.text) {
@@ -55,12 +73,16 @@ int read(const DefaultsStore& store, const Request& request) {
             return done;
         }
     }
-    complain("no value is stored under " + request.key);
+    complainOfMissing(request.key);
     return failed;
 }
 
 int write(DefaultsStore& store, const Request& request, std::optional<DefaultsValueType> asked) {
     const PreferenceEntry* preference = preferenceWithKey(request.key);
+    if (const PreferenceEntry* meant = preferenceWithProperty(request.key); meant != nullptr && !request.force) {
+        complain(fmt::format("{} is a property; its key is {}", request.key, meant->key));
+        return refused;
+    }
     const DefaultsValueType known = preference == nullptr ? DefaultsValueType::string : typeOf(preference->kind);
     std::string fault;
     std::optional<DefaultsValue> value = parsedValue(asked.value_or(known), request.value, fault);
@@ -79,7 +101,7 @@ int write(DefaultsStore& store, const Request& request, std::optional<DefaultsVa
 
 int remove(DefaultsStore& store, const Request& request) {
     if (!store.contains(request.key)) {
-        complain("no value is stored under " + request.key);
+        complainOfMissing(request.key);
         return failed;
     }
     return store.remove(request.key) ? done : failed;
@@ -116,8 +138,8 @@ public:
         app_.set_version_flag("--version", "velora-defaults " VELORA_VERSION);
         app_.require_subcommand(1);
         app_.add_subcommand("path", "print the path of the store's file");
-        list_->add_flag("--json", request_.asJSON, "print a JSON list of objects");
-        list_->add_flag("--keys", request_.onlyKeys, "print the keys alone");
+        CLI::Option* json = list_->add_flag("--json", request_.asJSON, "print a JSON list of objects");
+        list_->add_flag("--keys", request_.onlyKeys, "print the keys alone")->excludes(json);
         for (CLI::App* command : {read_, write_, remove_}) {
             command->add_option("KEY", request_.key, "the key in the store")->required();
         }
@@ -136,8 +158,13 @@ public:
         try {
             std::vector<std::string> forParser = parserArguments(arguments);
             app_.parse(std::vector<std::string>(forParser.rbegin(), forParser.rend()));
+        } catch (const CLI::Success& help) {
+            app_.exit(help, std::cout, std::cerr);
+            return done;
         } catch (const CLI::ParseError& error) {
-            return app_.exit(error, std::cout, std::cerr) == 0 ? done : refused;
+            complain(withoutDoubleDash(error.what()));
+            std::cerr << "Run with --help for more information.\n";
+            return refused;
         }
         return runCommand(DefaultsStore::standard());
     }

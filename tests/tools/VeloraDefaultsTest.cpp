@@ -28,9 +28,12 @@
 namespace velora::test {
 namespace {
 
+using testing::AllOf;
 using testing::ContainsRegex;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::StartsWith;
 
 /// One run of the program, whose standard output is read through a pipe and whose errors go to a file.
@@ -249,6 +252,26 @@ TEST_F(VeloraDefaults, FailsToReadOrDeleteWhatIsNotThere) {
     EXPECT_EQ(run({"delete", "Preferences_Security_PinCodeLength"}).status, 1) << "a default is not stored";
 }
 
+TEST_F(VeloraDefaults, TellsTheKeyToWhomeverNamesAProperty) {
+    const std::string key = "Preferences_Security_PinCodeLength";
+    EXPECT_EQ(run({"write", "pinCodeLength", "8"}),
+              (Result{2, "", "velora-defaults: pinCodeLength is a property; its key is " + key + "\n"}));
+    EXPECT_EQ(run({"read", "pinCodeLength"}).errors,
+              "velora-defaults: no value is stored under pinCodeLength (the key of that property is " + key + ")\n");
+    EXPECT_EQ(run({"delete", "pinCodeLength"}).status, 1);
+    EXPECT_TRUE(DefaultsStore(file).allValues().empty());
+    EXPECT_EQ(run({"write", "--force", "pinCodeLength", "8"}), prints(""));
+    EXPECT_EQ(run({"read", "pinCodeLength"}), prints("8\n"));
+}
+
+TEST_F(VeloraDefaults, TakesANullForNothing) {
+    writeFile(folder / "in.json", R"({"own": null, "Preferences_Security_PinCodeLength": null})");
+    EXPECT_EQ(run({"import", folder / "in.json"}), prints(""));
+    EXPECT_EQ(run({"read", "own"}).status, 1);
+    EXPECT_EQ(run({"read", "Preferences_Security_PinCodeLength"}), prints("6\n"));
+    EXPECT_THAT(run({"list", "--keys"}).output, EndsWith("\nLastMigrateSettings\n"));
+}
+
 TEST_F(VeloraDefaults, DeletesAStoredValue) {
     DefaultsStore(file).setString("own", "1");
     DefaultsStore(file).setString("other", "2");
@@ -352,6 +375,23 @@ TEST_F(VeloraDefaults, FailsWithTheStore) {
     }
 }
 
+TEST_F(VeloraDefaults, TellsOfADamagedStoreAndKeepsIt) {
+    std::filesystem::create_directories(folder / "store");
+    for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+             {"list"}, {"read", "Preferences_Proxy_UseProxy"}, {"write", "own", "1"}}) {
+        std::filesystem::remove_all(folder / "store");
+        std::filesystem::create_directories(folder / "store");
+        writeFile(file, "{\"own\": ");
+        std::filesystem::last_write_time(file, std::filesystem::last_write_time(file) - std::chrono::hours(1));
+        const Result result = run(arguments);
+        EXPECT_EQ(result.status, arguments[0] == "write" ? 0 : 1) << arguments[0];
+        EXPECT_THAT(result.errors, ContainsRegex("^velora-defaults: .* is damaged .* It is kept as .*\n$"));
+        const std::string kept = result.errors.substr(result.errors.find(" kept as ") + 9);
+        EXPECT_EQ(readFile(kept.substr(0, kept.size() - 2)), "{\"own\": ");
+        EXPECT_EQ(run({"list"}).errors, "") << "it is told once";
+    }
+}
+
 TEST_F(VeloraDefaults, TellsBadUsage) {
     for (const std::vector<std::string>& arguments :
          std::vector<std::vector<std::string>>{{},
@@ -368,12 +408,14 @@ TEST_F(VeloraDefaults, TellsBadUsage) {
                                                {"delete"},
                                                {"import"},
                                                {"list", "a"},
+                                               {"list", "--json", "--keys"},
                                                {"watch", "--count", "none"}}) {
         const Result result = run(arguments);
         EXPECT_EQ(result.status, 2) << testing::PrintToString(arguments);
         EXPECT_THAT(result.output, IsEmpty());
-        EXPECT_THAT(result.errors, HasSubstr("--help"));
+        EXPECT_THAT(result.errors, AllOf(StartsWith("velora-defaults: "), HasSubstr("--help"), Not(HasSubstr("-- "))));
     }
+    EXPECT_THAT(run({"write", "own", "1", "2"}).errors, ContainsRegex("not expected: 2\n"));
     EXPECT_FALSE(std::filesystem::exists(file));
 }
 
