@@ -1,4 +1,6 @@
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -221,6 +223,21 @@ TEST_F(Preferences, HaveAChangeLineForEachOf23Properties) {
     EXPECT_EQ(announced.size(), 23U);
 }
 
+/// The line of the library's source that changes `property`, from 1 on.
+std::int64_t lineOfChange(const std::string& property) {
+    const auto library = std::filesystem::path(__FILE__).parent_path() / "../../Velora_UserDefaults";
+    std::ifstream source(library / "UserDefaults/UserDefaultsManager+Preferences.cpp");
+    std::string line;
+    std::int64_t number = 0;
+    while (std::getline(source, line)) {
+        ++number;
+        if (line.find("change(Preference::" + property + ",") != std::string::npos) {
+            return number;
+        }
+    }
+    return 0;
+}
+
 TEST_F(Preferences, NameTheLineOfTheirOwnSetter) {
     const RecordedLogger recorded;
     logger = recorded.log;
@@ -228,14 +245,12 @@ TEST_F(Preferences, NameTheLineOfTheirOwnSetter) {
     for (const Change& change : changes()) {
         if (change.line && properties.insert(change.property).second) {
             change.make(preferences);
+            const std::int64_t line = lineOfChange(change.property);
+            EXPECT_GT(line, 0) << change.property;
+            EXPECT_EQ(recorded.recording->records().back().lineNumber, line) << change.property;
         }
     }
-    std::set<std::int64_t> lines;
-    for (const LogDetails& record : recorded.recording->records()) {
-        EXPECT_GT(record.lineNumber, 0);
-        EXPECT_TRUE(lines.insert(record.lineNumber).second) << record.functionName;
-    }
-    EXPECT_EQ(lines.size(), 23U);
+    EXPECT_EQ(properties.size(), 23U);
 }
 
 TEST_F(Preferences, ReadTheirDefaultsFromAnEmptyStore) {
@@ -305,6 +320,29 @@ TEST_F(Preferences, PreferWhatIsStoredToADefault) {
     EXPECT_EQ(preferences.pinCodeLength(), 0);
     store().remove("Preferences_Security_PinCodeLength");
     EXPECT_EQ(preferences.pinCodeLength(), 6);
+}
+
+TEST_F(Preferences, RegisterTheirDefaultsOnEachRead) {
+    store().registerDefaults({{"Preferences_General_EnableDisconnectionWarnings", false},
+                              {"Preferences_Connection_IncomingConnectionAllow", false},
+                              {"Preferences_Logging_LoggingLevel", 3},
+                              {"Preferences_Security_PinCodeLength", 4}});
+    EXPECT_TRUE(preferences.enableDisconnectWarnings());
+    EXPECT_TRUE(preferences.incomingConnectionIsAllow());
+    EXPECT_EQ(preferences.loggingLevel(), LogginLevel::lowLevel);
+    EXPECT_EQ(preferences.pinCodeLength(), 6);
+    EXPECT_TRUE(store().boolean("Preferences_General_EnableDisconnectionWarnings"));
+    EXPECT_TRUE(store().boolean("Preferences_Connection_IncomingConnectionAllow"));
+    EXPECT_EQ(store().integer("Preferences_Logging_LoggingLevel"), 1);
+    EXPECT_EQ(store().integer("Preferences_Security_PinCodeLength"), 6);
+}
+
+TEST_F(Preferences, RegisterNoOtherDefaults) {
+    // What was registered elsewhere shows through a property that registers nothing itself.
+    store().registerDefaults({{"Preferences_Proxy_UseProxy", true}, {"Preferences_Connection_DefaultAccessLevel", 1}});
+    EXPECT_TRUE(preferences.useProxy());
+    EXPECT_EQ(preferences.defaultAccessLevel(), DefaultAccessLevel::fullControl);
+    store().registerDefaults({{"Preferences_Proxy_UseProxy", false}, {"Preferences_Connection_DefaultAccessLevel", 0}});
 }
 
 TEST_F(Preferences, DownloadToTheFolderOfTheUsersConfiguration) {

@@ -1,4 +1,7 @@
+#include <array>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <set>
 #include <string>
@@ -25,6 +28,28 @@ static_assert(!std::is_destructible_v<UserDefaultsManager>);
 static_assert(sizeof(UserDefaultsManager) == sizeof(void*));
 static_assert(std::is_same_v<decltype(UserDefaultsManager::shared()), UserDefaultsManager&>);
 
+// What only the application's servers and its engine decide on has no setter.
+#define HAS_SETTER(Property)           \
+    []<typename Manager>(Manager*) {   \
+        return requires(Manager & m) { \
+            &Manager::set##Property;   \
+        };                             \
+    }(static_cast<UserDefaultsManager*>(nullptr))
+static_assert(HAS_SETTER(LastMigrateVersion) && HAS_SETTER(ServerId));
+static_assert(!HAS_SETTER(CustomVLEnpoint) && !HAS_SETTER(CustomUpdateServerEndpoint) &&
+              !HAS_SETTER(CustomSupportServerEndpoint) && !HAS_SETTER(CustomLEndpoint) &&
+              !HAS_SETTER(CustomHostEndpoint) && !HAS_SETTER(CoreLoggerPath) &&
+              !HAS_SETTER(SaveChatDefaultLocationUrl));
+#undef HAS_SETTER
+
+/// Whether a call of `member` is dispatched: then its pointer holds an odd number (Itanium C++ ABI, 2.3).
+template <typename Member>
+bool isVirtual(Member member) {
+    std::array<std::uintptr_t, sizeof member / sizeof(std::uintptr_t)> words{};
+    std::memcpy(words.data(), &member, sizeof member);
+    return words[0] % 2 == 1;
+}
+
 class UserDefaultsManagerCore : public PreferencesTest {};
 
 TEST(UserDefaultsManager, IsOneForAllThreads) {
@@ -36,6 +61,16 @@ TEST(UserDefaultsManager, IsOneForAllThreads) {
         }
     }
     EXPECT_EQ(std::set(seen.begin(), seen.end()), std::set{&UserDefaultsManager::shared()});
+}
+
+TEST(UserDefaultsManager, LetsOnlyTheMigratedVersionBeOverridden) {
+    using Manager = UserDefaultsManager;
+    EXPECT_TRUE(isVirtual(&Manager::lastMigrateVersion));
+    EXPECT_TRUE(isVirtual(&Manager::setLastMigrateVersion));
+    EXPECT_FALSE(isVirtual(&Manager::customHostEndpoint));
+    EXPECT_FALSE(isVirtual(&Manager::saveChatDefaultLocationUrl));
+    EXPECT_FALSE(isVirtual(&Manager::pinCodeLength));
+    EXPECT_FALSE(isVirtual(&Manager::setPinCodeLength));
 }
 
 TEST_F(UserDefaultsManagerCore, ReadsNothingFromAnEmptyStore) {
