@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 #include <poll.h>
 #include <spawn.h>
+#include <sstream>
 #include <string>
 #include <support/TemporaryFolder.h>
 #include <sys/wait.h>
@@ -498,6 +499,49 @@ TEST_F(Watching, EndsAfterAsManyChangesAsAskedFor) {
     const std::string rest = watching.everything();
     EXPECT_EQ(std::count(rest.begin(), rest.end(), '\n'), 1);
     EXPECT_EQ(watching.wait(), 0);
+}
+
+/// The lines of the terminal sessions in docs/preferences.md.
+std::vector<std::string> shownSessions() {
+    std::istringstream guide(
+        readFile(std::filesystem::path(__FILE__).parent_path().parent_path().parent_path() / "docs/preferences.md"));
+    std::vector<std::string> lines;
+    bool isInside = false;
+    for (std::string line; std::getline(guide, line);) {
+        if (line.starts_with("```")) {
+            isInside = line == "```console";
+        } else if (isInside) {
+            lines.push_back(line);
+        }
+    }
+    return lines;
+}
+
+TEST_F(Watching, DoesWhatTheGuideShows) {
+    const std::string program = VELORA_DEFAULTS_PROGRAM;
+    const std::string path = "PATH=" + program.substr(0, program.rfind('/')) + ":$PATH; ";
+    std::string shown;
+    std::string happened;
+    const std::vector<std::string> lines = shownSessions();
+    for (std::size_t index = 0; index < lines.size(); ++index) {
+        shown += lines[index] + "\n";
+        if (!lines[index].starts_with("$ ")) {
+            continue;
+        }
+        happened += lines[index] + "\n";
+        if (lines[index] == "$ velora-defaults watch") {
+            RunningProgram watching({"watch"}, "/dev/null", folder / "watch errors");
+            awaitStart(watching);
+            DefaultsStore(file).setInteger("Preferences_Security_PinCodeLength", 6);
+            happened += nextLine(watching) + "\n";
+            continue;
+        }
+        const std::string command = "{ " + path + lines[index].substr(2) + "; } >" + (folder / "output") + " 2>&1";
+        EXPECT_NE(std::system(command.c_str()), -1);
+        happened += readFile(folder / "output");
+    }
+    EXPECT_EQ(happened, shown);
+    EXPECT_GT(lines.size(), 5U);
 }
 
 class Completion : public VeloraDefaults {
