@@ -156,6 +156,46 @@ int countInThreads(const std::string& file, int process) {
     return failed ? 1 : 0;
 }
 
+/// Whether no value is older than what was `seen`, or missing again, and each is whole. Takes over what there is now.
+bool areNewer(const std::vector<DefaultsStore::Entry>& values, std::map<std::string, std::int64_t>& seen) {
+    for (const DefaultsStore::Entry& entry : values) {
+        const std::int64_t number = std::stoll(entry.json);
+        if (std::to_string(number) != entry.json || number < seen[entry.key]) {
+            return false;
+        }
+        seen[entry.key] = number;
+    }
+    return values.size() == seen.size();
+}
+
+/// Two threads read all values until the input ends. Fails if one is torn, older than before or missing.
+int readInThreads(const std::string& file) {
+    const DefaultsStore store(file);
+    std::atomic<bool> stop{false};
+    std::atomic<bool> failed{false};
+    const auto reading = [&] {
+        std::map<std::string, std::int64_t> seen;
+        while (!stop) {
+            bool fine = areNewer(store.allValues(), seen);
+            for (auto& [key, number] : seen) {
+                const std::int64_t now = store.integer(key);
+                fine = fine && now >= number;
+                number = now;
+            }
+            failed = failed || !fine;
+        }
+    };
+    {
+        const std::jthread first(reading);
+        const std::jthread second(reading);
+        char end = 0;
+        while (::read(STDIN_FILENO, &end, 1) > 0) {
+        }
+        stop = true;
+    }
+    return failed ? 1 : 0;
+}
+
 /// Forks a child that outlives it while a thread writes, and tells the child's id.
 int forkWhileWriting(const std::string& file) {
     DefaultsStore store(file);
@@ -205,6 +245,9 @@ TEST_F(DefaultsStoreProcesses, LoseNoneOfTheirWritesWhileOthersRead) {
         writers.push_back(
             std::make_unique<Process>(std::vector<std::string>{"countInThreads", file, std::to_string(process)}));
     }
+    std::vector<std::unique_ptr<Process>> readers;
+    readers.push_back(std::make_unique<Process>(std::vector<std::string>{"readInThreads", file}));
+    readers.push_back(std::make_unique<Process>(std::vector<std::string>{"readInThreads", file}));
     std::map<std::string, std::int64_t> seen;
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(3);
     while (std::chrono::steady_clock::now() < end) {
@@ -227,6 +270,10 @@ TEST_F(DefaultsStoreProcesses, LoseNoneOfTheirWritesWhileOthersRead) {
             total += last;
         }
         EXPECT_EQ(writer.wait(), 0);
+    }
+    for (const std::unique_ptr<Process>& reader : readers) {
+        reader->closeInput();
+        EXPECT_EQ(reader->wait(), 0) << "another process read a torn, an older or no value";
     }
     EXPECT_GT(total, processes * threadsPerProcess);
     EXPECT_EQ(store.allValues().size(), static_cast<std::size_t>(processes * threadsPerProcess));
@@ -355,6 +402,9 @@ int runRole(const std::vector<std::string>& arguments) {
     }
     if (role == "countInThreads") {
         return countInThreads(file, std::stoi(arguments.at(2)));
+    }
+    if (role == "readInThreads") {
+        return readInThreads(file);
     }
     return role == "forkWhileWriting" ? forkWhileWriting(file) : 2;
 }
