@@ -52,7 +52,7 @@ struct Rendering {
 
 /// The text of one second by one formatter, its fraction written as zeros.
 struct CachedSecond {
-    static constexpr std::size_t capacity = 100;
+    static constexpr std::size_t capacity = DateFormatter::maximumCachedSize;
 
     std::uint64_t formatter;
     std::int64_t start;
@@ -241,16 +241,16 @@ public:
     [[nodiscard]] const std::string& timeZone() const { return timeZone_; }
     [[nodiscard]] bool isValid() const { return understood_ && timeZone_ != "Etc/Unknown"; }
 
-    [[nodiscard]] std::uint64_t number() const { return number_; }
-    void writeCached(const CachedSecond& entry, std::uint32_t nanoseconds, char* out) const;
+    std::size_t writeCached(Date date, char* out) const noexcept;
 
 private:
+    void writeEntry(const CachedSecond& entry, std::uint32_t nanoseconds, char* out) const noexcept;
     void learnDigits(const icu::Locale& locale, const icu::TimeZone& zone);
     [[nodiscard]] Rendering render(double milliseconds) const;
     void appendCached(const CachedSecond& entry, std::uint32_t nanoseconds, std::string& out) const;
     bool appendAndCache(SplitDate date, std::string& out) const;
     void appendRendered(SplitDate date, std::string& out) const;
-    void writeFraction(char* start, std::size_t digitCount, std::uint32_t nanoseconds) const;
+    void writeFraction(char* start, std::size_t digitCount, std::uint32_t nanoseconds) const noexcept;
 
     std::string pattern_;
     std::string locale_;
@@ -351,10 +351,19 @@ void DateFormatter::Engine::append(Date date, std::string& out) const {
 void DateFormatter::Engine::appendCached(const CachedSecond& entry, std::uint32_t nanoseconds, std::string& out) const {
     const std::size_t start = out.size();
     out.resize(start + entry.length);
-    writeCached(entry, nanoseconds, out.data() + start);
+    writeEntry(entry, nanoseconds, out.data() + start);
 }
 
-void DateFormatter::Engine::writeCached(const CachedSecond& entry, std::uint32_t nanoseconds, char* out) const {
+std::size_t DateFormatter::Engine::writeCached(Date date, char* out) const noexcept {
+    const CachedSecond* const entry = cacheOfThread().find(number_, date);
+    if (entry == nullptr) {
+        return 0;
+    }
+    writeEntry(*entry, static_cast<std::uint32_t>(entry->nanosecondsInto(date)), out);
+    return entry->length;
+}
+
+void DateFormatter::Engine::writeEntry(const CachedSecond& entry, std::uint32_t nanoseconds, char* out) const noexcept {
     TextWriter(out).append(std::string_view(entry.text.data(), entry.length));
     if (entry.fractionDigits > 0) {
         writeFraction(out + entry.fractionOffset, entry.fractionDigits, nanoseconds);
@@ -395,7 +404,8 @@ void DateFormatter::Engine::appendRendered(SplitDate date, std::string& out) con
 
 /// Writes the first digits of the fraction over those at `start`, of which there are `digitCount`;
 /// digits beyond nanoseconds are zeros already.
-void DateFormatter::Engine::writeFraction(char* start, std::size_t digitCount, std::uint32_t nanoseconds) const {
+void DateFormatter::Engine::writeFraction(char* start, std::size_t digitCount,
+                                          std::uint32_t nanoseconds) const noexcept {
     if (digitCount == 3 && digitWidth_ == 1) {
         // What nearly every date has; without a loop the divisions run side by side.
         const std::uint32_t milliseconds = nanoseconds / 1'000'000;
@@ -433,22 +443,8 @@ void DateFormatter::append(Date date, std::string& out) const {
     engine_->append(date, out);
 }
 
-DateFormatter::CachedText DateFormatter::cachedText(Date date) const noexcept {
-    CachedText text;
-    if (typeid(*this) != typeid(DateFormatter)) {
-        return text;
-    }
-    if (const CachedSecond* const second = cacheOfThread().find(engine_->number(), date); second != nullptr) {
-        text.engine_ = engine_.get();
-        text.second_ = second;
-        text.size_ = second->length;
-        text.nanoseconds_ = static_cast<std::uint32_t>(second->nanosecondsInto(date));
-    }
-    return text;
-}
-
-void DateFormatter::CachedText::write(char* out) const noexcept {
-    engine_->writeCached(*static_cast<const CachedSecond*>(second_), nanoseconds_, out);
+std::size_t DateFormatter::writeCached(Date date, char* out) const noexcept {
+    return typeid(*this) == typeid(DateFormatter) ? engine_->writeCached(date, out) : 0;
 }
 
 const std::string& DateFormatter::pattern() const {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -29,8 +28,6 @@ namespace velora {
 ///
 /// To change how dates look beyond patterns, derive and override `append`.
 class VELORA_EXPORT DateFormatter {
-    class Engine;
-
 public:
     /// Formats by `pattern` in the user's locale and the system's time zone as they are now.
     /// The locale is the first of the environment's LC_ALL, LC_TIME and LANG that is not empty; the
@@ -53,27 +50,12 @@ public:
     /// second's fraction, cut off and not rounded; from the tenth on they are zeros.
     virtual void append(Date date, std::string& out) const;
 
-    /// The text of a date, kept by the calling thread; nothing if it is not. Valid until the thread formats
-    /// another date. Internal.
-    class CachedText {
-    public:
-        CachedText() = default;
-        explicit operator bool() const noexcept { return second_ != nullptr; }
-        /// The text's size in bytes.
-        [[nodiscard]] std::size_t size() const noexcept { return size_; }
-        /// Writes the text to `out`, which has room for it.
-        void write(char* out) const noexcept;
+    /// Room that is enough for `writeCached`, in bytes.
+    static constexpr std::size_t maximumCachedSize = 100;
 
-    private:
-        friend class DateFormatter;
-        const Engine* engine_ = nullptr;
-        const void* second_ = nullptr;
-        std::size_t size_ = 0;
-        std::uint32_t nanoseconds_ = 0;
-    };
-
-    /// What `append` would append, if that is at hand without any work; never for a class that may override it.
-    [[nodiscard]] CachedText cachedText(Date date) const noexcept;
+    /// Writes what `append` would append to `out`, if that is at hand without any work, and returns its size; else
+    /// writes nothing and returns 0. It never is at hand for a class that may override `append`. Internal.
+    std::size_t writeCached(Date date, char* out) const noexcept;
 
     /// The pattern as given.
     [[nodiscard]] const std::string& pattern() const;
@@ -88,6 +70,7 @@ public:
     [[nodiscard]] bool isValid() const;
 
 private:
+    class Engine;
     std::unique_ptr<const Engine> engine_;
 };
 

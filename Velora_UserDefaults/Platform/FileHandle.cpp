@@ -128,6 +128,20 @@ FileResult<void> FileHandle::write(std::string_view bytes) {
 }
 
 FileResult<void> FileHandle::write(std::string_view bytes, std::size_t& written) {
+    if (isOpen() && !canRaiseSigpipe_) {
+        // What nearly every write needs is this one call.
+        if (const ssize_t result = ::write(descriptor_, bytes.data(), bytes.size());
+            result >= 0 && static_cast<std::size_t>(result) == bytes.size()) {
+            written = bytes.size();
+            return {};
+        } else if (result > 0) {
+            std::size_t rest = 0;
+            const auto done = static_cast<std::size_t>(result);
+            FileResult<void> finished = writeParts(bytes.substr(done), {}, rest);
+            written = done + rest;
+            return finished;
+        }
+    }
     return writeParts(bytes, {}, written);
 }
 

@@ -45,9 +45,8 @@ public:
         at_ += size;
     }
 
-    void append(std::int64_t number) noexcept {
-        at_ = std::to_chars(at_, at_ + maximumNumberSize, number).ptr;
-    }
+    void append(std::int64_t number) noexcept { at_ = std::to_chars(at_, at_ + maximumNumberSize, number).ptr; }
+    void append(std::uint64_t number) noexcept { at_ = std::to_chars(at_, at_ + maximumNumberSize, number).ptr; }
 
 private:
     /// Copies the first and the last `Block` bytes, which overlap as the size demands.

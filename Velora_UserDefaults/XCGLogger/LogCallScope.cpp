@@ -5,6 +5,7 @@
 
 namespace velora {
 
+thread_local constinit Date LogCallScope::date_{};
 thread_local constinit int LogCallScope::depth_ = 0;
 thread_local constinit std::vector<std::shared_ptr<DestinationProtocol>>* LogCallScope::kept_ = nullptr;
 

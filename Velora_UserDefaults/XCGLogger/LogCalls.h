@@ -135,7 +135,13 @@ private:
                                                   std::string_view functionName, std::string_view fileName,
                                                   std::int64_t lineNumber, bool isStatic, Arguments&... arguments) {
         auto filledIn = [&](std::string& out) {
-            appendFormatted(out, format, fields, fmt::make_format_args(arguments...));
+            if constexpr ((isPlainArgument<Arguments> && ...)) {
+                if (fields.count() == sizeof...(Arguments)) {
+                    appendFilledIn(out, format, fields, arguments...);
+                    return;
+                }
+            }
+            appendFormatted(out, format, fmt::make_format_args(arguments...));
         };
         logger.logln(level, SourceLocation::of(functionName, fileName, lineNumber, isStatic), userInfo,
                      MessageReference::appendedBy(filledIn));

@@ -16,6 +16,7 @@
 #include <utility>
 
 #include <Velora_UserDefaults/Platform/Export.h>
+#include <Velora_UserDefaults/Platform/TextWriter.h>
 #include <Velora_UserDefaults/XCGLogger/SourceLocation.h>
 
 namespace velora {
@@ -233,9 +234,70 @@ private:
     std::uint64_t bits_ = 0;
 };
 
-/// The same, with what is known of `format`. A null `const char*` for a field "{}" is "(null)".
-VELORA_EXPORT void appendFormatted(std::string& out, fmt::string_view format, ReplacementFields fields,
-                                   fmt::format_args arguments);
+/// An argument whose text for "{}" can be written without {fmt}: text, a whole number, a character, a boolean.
+template <typename Argument, typename Value = std::remove_cv_t<Argument>>
+inline constexpr bool isPlainArgument =
+    std::same_as<Value, bool> || std::same_as<Value, char> || std::same_as<Value, int> ||
+    std::same_as<Value, unsigned> || std::same_as<Value, short> || std::same_as<Value, unsigned short> ||
+    std::same_as<Value, long> || std::same_as<Value, unsigned long> || std::same_as<Value, long long> ||
+    std::same_as<Value, unsigned long long> || std::same_as<Value, std::string> ||
+    std::same_as<Value, std::string_view> || std::same_as<std::decay_t<Value>, const char*> ||
+    std::same_as<std::decay_t<Value>, char*>;
+
+/// A plain argument as one of the three things that a `TextWriter` appends. A null text is "(null)".
+template <typename Argument>
+auto plainValue(const Argument& argument) noexcept {
+    if constexpr (std::same_as<Argument, bool>) {
+        return argument ? std::string_view("true") : std::string_view("false");
+    } else if constexpr (std::same_as<Argument, char>) {
+        return argument;
+    } else if constexpr (std::signed_integral<Argument>) {
+        return static_cast<std::int64_t>(argument);
+    } else if constexpr (std::unsigned_integral<Argument>) {
+        return static_cast<std::uint64_t>(argument);
+    } else if constexpr (std::convertible_to<const Argument&, const char*>) {
+        const char* const text = argument;
+        return text == nullptr ? std::string_view("(null)") : std::string_view(text);
+    } else {
+        return std::string_view(argument);
+    }
+}
+
+constexpr std::size_t maximumSize(std::string_view text) noexcept {
+    return text.size();
+}
+template <std::integral Number>
+constexpr std::size_t maximumSize(Number /*number*/) noexcept {
+    return TextWriter::maximumNumberSize;
+}
+
+/// Appends `format` with each of its fields, which are all known, replaced by the value of the same number.
+template <typename... Values>
+void appendFilledInValues(std::string& out, fmt::string_view format, ReplacementFields fields,
+                          const Values&... values) {
+    constexpr std::size_t fieldSize = 2;
+    const std::size_t begin = out.size();
+    out.resize(begin + format.size() + (maximumSize(values) + ...));
+    TextWriter writer(out.data() + begin);
+    std::size_t done = 0;
+    std::size_t index = 0;
+    const auto fillIn = [&](const auto& value) {
+        const std::size_t position = fields.position(index++);
+        writer.append(std::string_view(format.data() + done, position - done));
+        writer.append(value);
+        done = position + fieldSize;
+    };
+    (fillIn(values), ...);
+    writer.append(std::string_view(format.data() + done, format.size() - done));
+    out.resize(static_cast<std::size_t>(writer.position() - out.data()));
+}
+
+/// The same for plain arguments: what `appendFormatted` appends, without parsing anything.
+template <typename... Arguments>
+void appendFilledIn(std::string& out, fmt::string_view format, ReplacementFields fields,
+                    const Arguments&... arguments) {
+    appendFilledInValues(out, format, fields, plainValue(arguments)...);
+}
 
 template <typename Text>
 concept ConvertsToText = std::convertible_to<const Text&, std::string_view>;

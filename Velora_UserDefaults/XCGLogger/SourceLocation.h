@@ -62,6 +62,17 @@ public:
     SourceText(const char* text) : owned_(text) {}             // NOLINT(google-explicit-constructor)
     SourceText(std::string_view text) : owned_(text) {}        // NOLINT(google-explicit-constructor)
     SourceText(std::string text) : owned_(std::move(text)) {}  // NOLINT(google-explicit-constructor)
+    SourceText(const SourceText&) = default;
+    SourceText(SourceText&&) noexcept = default;
+    SourceText& operator=(const SourceText& other) {
+        referred_ = other.referred_;
+        if (!owned_.empty() || !other.owned_.empty()) {
+            owned_ = other.owned_;
+        }
+        return *this;
+    }
+    SourceText& operator=(SourceText&&) noexcept = default;
+    ~SourceText() = default;
 
     /// Refers to `text`, which must live as long as the process.
     static SourceText referringTo(std::string_view text) noexcept {

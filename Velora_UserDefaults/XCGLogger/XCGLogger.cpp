@@ -270,6 +270,7 @@ void XCGLogger::logAccepted(std::size_t firstAccepting, Level level, const Sourc
     }
     record->level = level;
     record->date = currentDate();
+    LogCallScope::setDate(record->date);
     record->functionName.assign(place.functionName, place.isStatic);
     record->fileName.assign(place.fileName, place.isStatic);
     record->lineNumber = place.lineNumber;

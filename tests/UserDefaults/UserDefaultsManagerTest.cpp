@@ -56,6 +56,7 @@ TEST(UserDefaultsManager, IsOneForAllThreads) {
     std::vector<UserDefaultsManager*> seen(8);
     {
         std::vector<std::jthread> threads;
+        threads.reserve(seen.size());
         for (UserDefaultsManager*& place : seen) {
             threads.emplace_back([&place] { place = &UserDefaultsManager::shared(); });
         }

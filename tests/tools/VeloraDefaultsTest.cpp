@@ -567,6 +567,15 @@ TEST_F(Completion, OffersCommandsOptionsAndKeys) {
     EXPECT_EQ(offered("list --j"), "--json\n");
 }
 
+TEST_F(Completion, TakesKeysForTextAlone) {
+    const std::string trap = "own $(touch '" + (folder / "sprung") + "') `true` key";
+    DefaultsStore(file).setString(trap, "1");
+    DefaultsStore(file).setString("own second", "1");
+    EXPECT_EQ(offered("read own"),
+              "own\\ \\$\\(touch\\ \\'" + (folder / "sprung") + "\\'\\)\\ \\`true\\`\\ key\nown\\ second\n");
+    EXPECT_FALSE(std::filesystem::exists(folder / "sprung"));
+}
+
 TEST_F(VeloraDefaults, ChangesWhatPropertiesReadAtOnce) {
     auto& preferences = UserDefaultsManager::shared();
     // This is the one test in the program that asks for the standard store.

@@ -22,7 +22,12 @@ _velora_defaults() {
                     for word in "${COMP_WORDS[@]:2:COMP_CWORD-2}"; do
                         [[ $word == -* ]] || return
                     done
-                    words=$("${COMP_WORDS[0]}" list --keys 2>/dev/null)
+                    # Keys are anybody's text: compgen -W would run the commands in them.
+                    while IFS= read -r word; do
+                        printf -v word %q "$word"
+                        [[ $word == "$current"* ]] && COMPREPLY+=("$word")
+                    done < <("${COMP_WORDS[0]}" list --keys 2>/dev/null)
+                    return
                 fi
                 ;;
         esac

@@ -1,7 +1,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
+#include <memory>
 #include <optional>
 #include <string_view>
 
@@ -20,22 +20,38 @@ namespace velora {
 
 namespace {
 
-/// Memory for the calling thread's lines, which keeps what the one before left in it.
-class LineBuffer {
+/// Where a thread composes its lines.
+class LineMemory {
 public:
-    LineBuffer() = default;
-    LineBuffer(const LineBuffer&) = delete;
-    LineBuffer& operator=(const LineBuffer&) = delete;
-    ~LineBuffer() {
-        constexpr std::size_t keptCapacity = 16'384;
-        if (text_->capacity() > keptCapacity) {
-            std::string().swap(*text_);
+    /// Memory for `size` bytes, with anything in them.
+    char* room(std::size_t size) {
+        if (size > size_) {
+            memory_ = std::make_unique_for_overwrite<char[]>(size);
+            size_ = size;
+        }
+        return memory_.get();
+    }
+
+    /// The first `size` bytes as the line.
+    std::string& line(std::size_t size) {
+        line_.assign(memory_.get(), size);
+        return line_;
+    }
+
+    /// Gives back the memory of an unusually long line.
+    void shrink() noexcept {
+        constexpr std::size_t keptSize = 16'384;
+        if (size_ > keptSize || line_.capacity() > keptSize) {
+            memory_ = nullptr;
+            size_ = 0;
+            std::string().swap(line_);
         }
     }
-    std::string& text() const noexcept { return *text_; }
 
 private:
-    Reused<std::string> text_;
+    std::unique_ptr<char[]> memory_;
+    std::size_t size_ = 0;
+    std::string line_;
 };
 
 /// What the thread column shows.
@@ -78,48 +94,19 @@ void appendPlace(std::string_view fileName, bool showFileName, const std::int64_
     line.append("] ");
 }
 
-}  // namespace
-
-/// A date's text, which in nearly every line needs only its fraction of a second written.
-class BaseDestination::DateColumn {
-public:
-    DateColumn(const XCGLogger& owner, Date date, bool isShown) {
-        if (!isShown) {
-            return;
-        }
-        const DateFormatter* const formatter =
-            (owner.inheritsLayout_ ? owner.knownDateFormatter() : owner.dateFormatter()).get();
-        if (formatter != nullptr) {
-            cached_ = formatter->cachedText(date);
-        }
-        if (!cached_) {
-            made_.emplace();
-            (*made_)->clear();
-            (formatter != nullptr ? *formatter : completeFormatter()).append(date, **made_);
-        }
-    }
-
-    std::size_t size() const noexcept { return made_ ? (*made_)->size() : cached_.size(); }
-    void write(char* out) const noexcept {
-        if (made_) {
-            std::memcpy(out, (*made_)->data(), (*made_)->size());
-        } else {
-            cached_.write(out);
-        }
-    }
-
-private:
-    struct Text : std::string {};
-
-    /// For a logger whose own formatter is missing.
-    static const DateFormatter& completeFormatter() {
+/// The date column's text where it must be made.
+[[gnu::cold, gnu::noinline]] std::string dateText(const DateFormatter* formatter, Date date) {
+    std::string text;
+    if (formatter != nullptr) {
+        formatter->append(date, text);
+    } else {
         static const DateFormatter& complete = *new DateFormatter("yyyy-MM-dd HH:mm:ss Z", "en_US_POSIX", "UTC");
-        return complete;
+        complete.append(date, text);
     }
+    return text;
+}
 
-    DateFormatter::CachedText cached_;
-    std::optional<Reused<Text>> made_;
-};
+}  // namespace
 
 BaseDestination::BaseDestination(Making key, std::shared_ptr<XCGLogger> owner, std::string identifier)
     : MadeInTwoSteps(key), owner_(std::move(owner)), identifier_(std::move(identifier)) {}
@@ -141,17 +128,18 @@ const XCGLogger* BaseDestination::knownOwner() const {
     return inheritsLayout_ ? owner_.get() : owner().get();
 }
 
-BaseDestination::Columns BaseDestination::columns() const {
+const BaseDestination::Columns& BaseDestination::columns(Columns& asked) const {
     if (inheritsLayout_) {
         return columns_;
     }
-    return {.showLogIdentifier = showLogIdentifier(),
-            .showFunctionName = showFunctionName(),
-            .showThreadName = showThreadName(),
-            .showFileName = showFileName(),
-            .showLineNumber = showLineNumber(),
-            .showLevel = showLevel(),
-            .showDate = showDate()};
+    asked = {.showLogIdentifier = showLogIdentifier(),
+             .showFunctionName = showFunctionName(),
+             .showThreadName = showThreadName(),
+             .showFileName = showFileName(),
+             .showLineNumber = showLineNumber(),
+             .showLevel = showLevel(),
+             .showDate = showDate()};
+    return asked;
 }
 
 std::string_view BaseDestination::levelText(const XCGLogger& owner, Level level) const {
@@ -170,7 +158,8 @@ void BaseDestination::process(LogDetails& logDetails) {
     if (owner == nullptr) {
         return;
     }
-    const Columns columns = this->columns();
+    Columns asked;
+    const Columns& columns = this->columns(asked);
     outputLine(logDetails, *owner, columns, columns.showLevel ? levelText(*owner, logDetails.level) : "");
 }
 
@@ -179,7 +168,8 @@ void BaseDestination::processInternal(LogDetails& logDetails) {
     if (owner == nullptr) {
         return;
     }
-    Columns columns = this->columns();
+    Columns asked;
+    Columns columns = this->columns(asked);
     columns.showThreadName = false;
     columns.showFileName = false;
     columns.showLineNumber = false;
@@ -189,7 +179,6 @@ void BaseDestination::processInternal(LogDetails& logDetails) {
 
 void BaseDestination::outputLine(LogDetails& logDetails, const XCGLogger& owner, const Columns& columns,
                                  std::string_view levelWord) {
-    const DateColumn date(owner, logDetails.date, columns.showDate);
     std::string_view identifier;
     if (columns.showLogIdentifier) {
         identifier = owner.inheritsLayout_ ? owner.identifier_ : owner.identifier();
@@ -197,17 +186,27 @@ void BaseDestination::outputLine(LogDetails& logDetails, const XCGLogger& owner,
     const std::string thread = columns.showThreadName ? threadText() : std::string();
     const std::string_view fileName = columns.showFileName ? lastPathComponent(logDetails.fileName) : "";
     const std::string_view functionName = columns.showFunctionName ? logDetails.functionName.view() : "";
-
-    // Brackets, colon, spaces and the arrow.
+    // With brackets, colon, spaces and the arrow, but without the date.
     constexpr std::size_t sizeOfSeparators = 24;
-    const LineBuffer buffer;
-    std::string& line = buffer.text();
-    line.resize(date.size() + levelWord.size() + identifier.size() + thread.size() + fileName.size() +
-                functionName.size() + logDetails.message.size() + TextWriter::maximumNumberSize + sizeOfSeparators);
-    TextWriter writer(line.data());
+    const std::size_t size = levelWord.size() + identifier.size() + thread.size() + fileName.size() +
+                             functionName.size() + logDetails.message.size() + TextWriter::maximumNumberSize +
+                             sizeOfSeparators;
+
+    const Reused<LineMemory> memory;
+    char* begin = memory->room(DateFormatter::maximumCachedSize + size);
+    TextWriter writer(begin);
     if (columns.showDate) {
-        date.write(writer.position());
-        writer.skip(date.size());
+        const DateFormatter* const formatter =
+            (owner.inheritsLayout_ ? owner.knownDateFormatter() : owner.dateFormatter()).get();
+        const std::size_t dateSize = formatter != nullptr ? formatter->writeCached(logDetails.date, begin) : 0;
+        if (dateSize > 0) {
+            writer.skip(dateSize);
+        } else {
+            const std::string date = dateText(formatter, logDetails.date);
+            begin = memory->room(date.size() + size);
+            writer = TextWriter(begin);
+            writer.append(date);
+        }
         writer.append(' ');
     }
     if (columns.showLevel) {
@@ -226,8 +225,8 @@ void BaseDestination::outputLine(LogDetails& logDetails, const XCGLogger& owner,
     }
     writer.append("> ");
     writer.append(logDetails.message);
-    line.resize(static_cast<std::size_t>(writer.position() - line.data()));
-    output(logDetails, line);
+    output(logDetails, memory->line(static_cast<std::size_t>(writer.position() - begin)));
+    memory->shrink();
 }
 
 bool BaseDestination::isEnabledFor(Level level) const {

@@ -101,6 +101,7 @@ public:
     }
 
 private:
+    friend class BaseQueuedDestination;
     friend class XCGLogger;
 
     struct Columns {
@@ -113,13 +114,10 @@ private:
         bool showDate = true;
     };
 
-    class DateColumn;
-
     const XCGLogger* knownOwner() const;
-    Columns columns() const;
+    const Columns& columns(Columns& asked) const;
     std::string_view levelText(const XCGLogger& owner, Level level) const;
-    void outputLine(LogDetails& logDetails, const XCGLogger& owner, const Columns& columns,
-                    std::string_view levelWord);
+    void outputLine(LogDetails& logDetails, const XCGLogger& owner, const Columns& columns, std::string_view levelWord);
 
     std::shared_ptr<XCGLogger> owner_;
     std::string identifier_;

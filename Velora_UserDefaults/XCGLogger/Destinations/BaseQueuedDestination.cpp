@@ -2,6 +2,7 @@
 #include <Velora_UserDefaults/XCGLogger/Destinations/BaseQueuedDestination.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/QueuedLine.h>
 #include <Velora_UserDefaults/XCGLogger/EngineGuard.h>
+#include <Velora_UserDefaults/XCGLogger/XCGLogger.h>
 
 namespace velora {
 
@@ -32,12 +33,33 @@ void BaseQueuedDestination::output(LogDetails& logDetails, std::string& message)
 }
 
 void BaseQueuedDestination::outputNow(LogDetails& logDetails, std::string& message) {
-    if (shouldExclude(logDetails, message)) {
-        return;
+    if (mayFilterOrFormat()) {
+        if (shouldExclude(logDetails, message)) {
+            return;
+        }
+        applyFormatters(logDetails, message);
     }
-    applyFormatters(logDetails, message);
-    reportingExceptions([&] { write(message); });
+    reportingExceptions([&] {
+        write(message);
+        finishWriting(logDetails.level);
+    });
 }
+
+/// Whether there is, or may be, any filter or formatter.
+bool BaseQueuedDestination::mayFilterOrFormat() const {
+    if (!inheritsProcessing_) {
+        return true;
+    }
+    const XCGLogger* const owner = owner_.get();
+    if (owner != nullptr && !owner->inheritsProcessing_) {
+        return true;
+    }
+    const Filters& filters = filters_ || owner == nullptr ? filters_ : owner->filters_;
+    const Formatters& formatters = formatters_ || owner == nullptr ? formatters_ : owner->formatters_;
+    return (filters && !filters->empty()) || (formatters && !formatters->empty());
+}
+
+void BaseQueuedDestination::finishWriting(Level /*level*/) {}
 
 void BaseQueuedDestination::write(std::string_view /*message*/) {}
 

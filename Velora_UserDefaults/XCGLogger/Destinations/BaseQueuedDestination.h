@@ -1,5 +1,6 @@
 #pragma once
 
+#include <concepts>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -43,11 +44,29 @@ public:
     /// the destination alive until it has done so.
     void output(LogDetails& logDetails, std::string& message) override;
 
+    /// Notes which operations `Class` overrides. Called by `make`.
+    template <typename Class>
+    void learnClass(Making key) noexcept {
+        using Base = BaseQueuedDestination;
+        BaseDestination::learnClass<Class>(key);
+        inheritsProcessing_ = requires {
+            requires std::same_as<decltype(&Class::shouldExclude), decltype(&Base::shouldExclude)>;
+            requires std::same_as<decltype(&Class::applyFormatters), decltype(&Base::applyFormatters)>;
+            requires std::same_as<decltype(&Class::filters), decltype(&Base::filters)>;
+            requires std::same_as<decltype(&Class::formatters), decltype(&Base::formatters)>;
+            requires std::same_as<decltype(&Class::owner), decltype(&Base::owner)>;
+        };
+    }
+
     /// Writes one finished line, which has no line feed at its end. Here it does nothing. An exception
     /// that escapes from it is printed to standard output and goes no further.
     virtual void write(std::string_view message);
 
 protected:
+    /// Called after each `write` with the level of the line: for what a line of some importance needs beyond
+    /// being written. Here it does nothing.
+    virtual void finishWriting(Level level);
+
     /// Filters, formats and writes one line on the calling thread.
     void outputNow(LogDetails& logDetails, std::string& message);
 
@@ -58,7 +77,10 @@ protected:
 private:
     friend class QueuedLine;
 
+    bool mayFilterOrFormat() const;
+
     std::shared_ptr<DispatchQueue> logQueue_;
+    bool inheritsProcessing_ = false;
 };
 
 }  // namespace velora

@@ -1,3 +1,7 @@
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -26,6 +30,30 @@ bool holdsAFile() {
 /// How much a batch gathers before it is written in the middle.
 constexpr std::size_t maximumPendingBytes = 65'536;
 
+/// The destinations that hold lines back, to be told when the process exits. Never destroyed: a static destructor
+/// may still log.
+struct BufferedFiles {
+    std::atomic<bool> isExiting = false;
+    RecursiveLock lock;
+    std::vector<std::weak_ptr<BaseDestination>> files;
+
+    static BufferedFiles& instance() {
+        static auto& shared = *new BufferedFiles;
+        return shared;
+    }
+
+    void add(std::weak_ptr<BaseDestination> file) {
+        const std::scoped_lock guard(lock);
+        std::erase_if(files, [](const auto& known) { return known.expired(); });
+        files.push_back(std::move(file));
+    }
+
+    std::vector<std::weak_ptr<BaseDestination>> all() {
+        const std::scoped_lock guard(lock);
+        return files;
+    }
+};
+
 }  // namespace
 
 /// The destination's file, which writes what a batch of the queue has gathered when the batch ends.
@@ -43,7 +71,9 @@ public:
     void batchEnded() noexcept override {
         const std::shared_ptr<BaseDestination> destination = std::exchange(keptAlive_, nullptr);
         const HeldFile held(destination_);
-        writePending();
+        if (pendingBytes() >= destination_.bytesToHoldBack()) {
+            writePending();
+        }
     }
 
     /// Writes the lines that other threads left, unless one of them holds the file now and so will write them.
@@ -252,11 +282,53 @@ void FileDestination::write(std::string_view message) {
     }
     goOnIfReplaced();
     file_->append(message);
+    const std::size_t capacity = bytesToHoldBack();
     const std::shared_ptr<DispatchQueue>& queue = logQueue();
-    if (queue && queue->isCurrent() && file_->pendingBytes() < maximumPendingBytes) {
+    if (queue && queue->isCurrent() && file_->pendingBytes() < std::max(maximumPendingBytes, capacity)) {
         file_->writeAtEndOfBatch();
-    } else {
+    } else if (file_->pendingBytes() >= capacity) {
         file_->writePending();
+    }
+}
+
+void FileDestination::finishWriting(Level level) {
+    if (level >= Level::error && bytesToHoldBack() > 0) {
+        writeHeldLines();
+    }
+}
+
+std::size_t FileDestination::writeBufferCapacity() const {
+    return writeBufferCapacity_.load(std::memory_order_relaxed);
+}
+
+void FileDestination::setWriteBufferCapacity(std::size_t capacity) {
+    if (capacity > 0) {
+        static const int registered = std::atexit(stopHoldingLinesBack);
+        static_cast<void>(registered);
+        BufferedFiles::instance().add(weak_from_this());
+    }
+    writeBufferCapacity_.store(capacity, std::memory_order_relaxed);
+    writeHeldLines();
+}
+
+/// How many bytes of lines may wait at the moment.
+std::size_t FileDestination::bytesToHoldBack() const noexcept {
+    const std::size_t capacity = writeBufferCapacity_.load(std::memory_order_relaxed);
+    return capacity > 0 && BufferedFiles::instance().isExiting.load(std::memory_order_relaxed) ? 0 : capacity;
+}
+
+void FileDestination::writeHeldLines() {
+    const HeldFile held(*this);
+    file_->writePending();
+}
+
+void FileDestination::stopHoldingLinesBack() {
+    BufferedFiles& buffered = BufferedFiles::instance();
+    buffered.isExiting.store(true, std::memory_order_relaxed);
+    for (const auto& file : buffered.all()) {
+        if (const std::shared_ptr<BaseDestination> destination = file.lock()) {
+            static_cast<FileDestination&>(*destination).writeHeldLines();
+        }
     }
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -25,6 +27,7 @@ namespace velora {
 /// **Durability.** Without a queue each line is in the kernel when the log call returns, written by one
 /// system call in append mode: it survives a crash of the process. (A process that is killed within a call
 /// may leave the beginning of that one line.) With a queue the lines of a batch are written with one call.
+/// With a write buffer (`setWriteBufferCapacity`) lines are held back until so many bytes have come together.
 /// Data reaches the disk by `flush`, closing, rotation, or the system's own time.
 ///
 /// **Threads.** Any number of threads may log through one destination: no line is torn, lost or doubled,
@@ -69,6 +72,19 @@ public:
         fileAttributes_ = std::move(attributes);
     }
 
+    /// How many bytes of lines may be held back before they are written together; 0, as at first, holds nothing
+    /// back: each line, or with a queue each batch, is in the kernel when its call returns.
+    ///
+    ///     file->setWriteBufferCapacity(65'536);
+    ///
+    /// Fewer system calls, at a price: if the process crashes or is killed, or calls `_exit` or `quick_exit`, the
+    /// lines held back are lost, always the last ones and fewer bytes than this. A line at level `error` or above
+    /// is written at once, with all before it. So is what is held when the file is flushed, closed or rotated,
+    /// when the capacity is set, and at normal exit (`exit`, return from `main`), after which nothing is held back
+    /// any more. A forked child starts with an empty buffer: its parent writes what it holds. Any thread.
+    std::size_t writeBufferCapacity() const;
+    void setWriteBufferCapacity(std::size_t capacity);
+
     /// Setting an owner opens the file, taking it away closes it.
     void setOwner(std::shared_ptr<XCGLogger> owner) override;
 
@@ -90,6 +106,8 @@ public:
 
 protected:
     void finishMaking() override;
+    /// Writes what is held back, if the line was an important one.
+    void finishWriting(Level level) override;
 
     /// Exclusive use of the file for the calling thread, for as long as the object lives; nestable.
     ///
@@ -125,6 +143,9 @@ protected:
 private:
     class File;
 
+    static void stopHoldingLinesBack();
+    std::size_t bytesToHoldBack() const noexcept;
+    void writeHeldLines();
     void finishQueue() const;
     void openFile();
     void announceOpening(bool isAppending);
@@ -137,6 +158,7 @@ private:
     std::optional<std::string> appendMarker_;
     std::optional<FileAttributes> fileAttributes_;
     std::unique_ptr<File> file_;
+    std::atomic<std::size_t> writeBufferCapacity_ = 0;
     bool isMovingFile_ = false;
 };
 

@@ -1,3 +1,4 @@
+#include <chrono>
 #include <ctime>
 #include <mutex>
 #include <utility>
@@ -5,18 +6,21 @@
 #include <Velora_UserDefaults/Platform/ForkHandlers.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/LogFile.h>
 #include <Velora_UserDefaults/XCGLogger/EngineGuard.h>
+#include <Velora_UserDefaults/XCGLogger/LogCallScope.h>
 
 namespace velora {
 
 namespace {
 
-std::int64_t coarseMilliseconds() {
+/// What time it is, to some milliseconds.
+Date roughDate() {
+    if (const Date ofCall = LogCallScope::date(); ofCall != Date{}) {
+        return ofCall;
+    }
     timespec now{};
-    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    return static_cast<std::int64_t>(now.tv_sec) * 1'000 + now.tv_nsec / 1'000'000;
+    ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    return Date(std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec));
 }
-
-constexpr std::int64_t lookInterval = 1'000;
 
 }  // namespace
 
@@ -24,7 +28,7 @@ void LogFile::open(FileHandle handle) {
     writePending();
     handle_ = std::move(handle);
     endsInsideALine_ = false;
-    nextLook_ = coarseMilliseconds() + lookInterval;
+    lastLook_ = roughDate();
 }
 
 void LogFile::close() {
@@ -56,8 +60,9 @@ void LogFile::dropWhatTheParentHad() {
 
 void LogFile::append(std::string_view line) {
     dropWhatTheParentHad();
-    const std::size_t lastCharacter = line.find_last_not_of('\n');
-    line = line.substr(0, lastCharacter == std::string_view::npos ? 0 : lastCharacter + 1);
+    while (line.ends_with('\n')) {
+        line.remove_suffix(1);
+    }
     pending_ += line;
     pending_ += '\n';
 }
@@ -109,11 +114,12 @@ void LogFile::writePending() {
 }
 
 bool LogFile::isTimeToLook() {
-    const std::int64_t now = coarseMilliseconds();
-    if (now < nextLook_) {
+    constexpr auto interval = std::chrono::seconds(1);
+    const Date now = roughDate();
+    if (now >= lastLook_ && now - lastLook_ < interval) {
         return false;
     }
-    nextLook_ = now + lookInterval;
+    lastLook_ = now;
     return true;
 }
 

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include <Velora_UserDefaults/Platform/Date.h>
 #include <Velora_UserDefaults/Platform/FileHandle.h>
 #include <Velora_UserDefaults/Platform/RecursiveLock.h>
 
@@ -40,7 +41,8 @@ public:
     /// dropped; the ones after it are tried each by itself.
     void writePending();
 
-    /// Whether it is time to look again if the file is still where it was: at most once a second.
+    /// Whether it is time to look again if the file is still where it was: at most once a second, and at once
+    /// after the clock has jumped.
     bool isTimeToLook();
     /// Whether `path` still names the open file.
     bool isStillAt(const std::string& path) const { return handle_.stillAt(path); }
@@ -60,7 +62,7 @@ private:
     std::string pending_;
     std::uint64_t pendingGeneration_ = 0;
     bool endsInsideALine_ = false;
-    std::int64_t nextLook_ = 0;
+    Date lastLook_{};
 
     RecursiveLock leftLock_;
     std::vector<std::string> left_;

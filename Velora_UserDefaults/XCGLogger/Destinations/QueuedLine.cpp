@@ -87,11 +87,17 @@ void QueuedLine::Deferral::handOver() noexcept {
 }
 
 void QueuedLine::submit(DispatchQueue& queue, std::shared_ptr<BaseDestination> destination, LogDetails& logDetails,
-                        const std::string& message) {
+                        std::string& message) {
     QueuedLine* const line = QueuedLinePool::take();
     line->destination_ = std::move(destination);
-    line->logDetails_ = logDetails;
-    line->message_ = message;
+    line->logDetails_.level = logDetails.level;
+    line->logDetails_.date = logDetails.date;
+    line->logDetails_.message.swap(logDetails.message);
+    line->logDetails_.functionName = logDetails.functionName;
+    line->logDetails_.fileName = logDetails.fileName;
+    line->logDetails_.lineNumber = logDetails.lineNumber;
+    line->logDetails_.userInfo.swap(logDetails.userInfo);
+    line->message_.swap(message);
     if (Deferral::isActive()) {
         Deferral::keep(*line);
     } else {
@@ -110,7 +116,9 @@ void QueuedLine::run() noexcept {
         delete this;
         return;
     }
-    logDetails_.userInfo.clear();
+    if (!logDetails_.userInfo.empty()) {
+        logDetails_.userInfo.clear();
+    }
     QueuedLinePool::giveBack(this);
 }
 

@@ -16,9 +16,10 @@ namespace velora {
 /// stream handing over a line allocates nothing.
 class QueuedLine final : public DispatchQueue::Task {
 public:
-    /// Hands a copy of the line to the destination's queue. Called by the logging thread.
+    /// Hands the line to the destination's queue, and gives other texts' memory for it, whatever is in that. Called
+    /// by the logging thread.
     static void submit(DispatchQueue& queue, std::shared_ptr<BaseDestination> destination, LogDetails& logDetails,
-                       const std::string& message);
+                       std::string& message);
 
     void run() noexcept override;
 
