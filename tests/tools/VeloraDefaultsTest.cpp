@@ -523,20 +523,20 @@ TEST_F(Watching, DoesWhatTheGuideShows) {
     std::string shown;
     std::string happened;
     const std::vector<std::string> lines = shownSessions();
-    for (std::size_t index = 0; index < lines.size(); ++index) {
-        shown += lines[index] + "\n";
-        if (!lines[index].starts_with("$ ")) {
+    for (const std::string& line : lines) {
+        shown += line + "\n";
+        if (!line.starts_with("$ ")) {
             continue;
         }
-        happened += lines[index] + "\n";
-        if (lines[index] == "$ velora-defaults watch") {
+        happened += line + "\n";
+        if (line == "$ velora-defaults watch") {
             RunningProgram watching({"watch"}, "/dev/null", folder / "watch errors");
             awaitStart(watching);
             DefaultsStore(file).setInteger("Preferences_Security_PinCodeLength", 6);
             happened += nextLine(watching) + "\n";
             continue;
         }
-        const std::string command = "{ " + path + lines[index].substr(2) + "; } >" + (folder / "output") + " 2>&1";
+        const std::string command = "{ " + path + line.substr(2) + "; } >" + (folder / "output") + " 2>&1";
         EXPECT_NE(std::system(command.c_str()), -1);
         happened += readFile(folder / "output");
     }
