@@ -71,7 +71,7 @@ TEST(DefaultsStoreDocument, AcceptsWellFormedJSONObjectsOnly) {
                                "{\"a\":\"\xED\xA0\x80\"}",
                                std::string("{\"a\":1\0}", 8),
                                std::string("{\"a\":\"\0\"}", 9),
-                               "{\"a\":\"b\\"};
+                               R"({"a":"b\)"};
     for (const std::string& text : bad) {
         EXPECT_FALSE(parse(text)) << text;
     }
