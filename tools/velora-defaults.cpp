@@ -196,9 +196,8 @@ private:
     }
 
     int runCommand(DefaultsStore& store) {
-        std::atomic<bool> hasReported{false};
-        store.setReportHandler([&hasReported](const std::string& line) {
-            hasReported = true;
+        store.setReportHandler([this](const std::string& line) {
+            hasReported_ = true;
             complain(line);
         });
         const int status = statusOfCommand(store);
@@ -210,7 +209,7 @@ private:
         }
         // What was read from a store that failed is not what it holds.
         const bool onlyReads = !write_->parsed() && !remove_->parsed() && !import_->parsed() && !watch_->parsed();
-        return status == done && hasReported && onlyReads ? failed : status;
+        return status == done && hasReported_ && onlyReads ? failed : status;
     }
 
     int statusOfCommand(DefaultsStore& store) {
@@ -227,7 +226,9 @@ private:
             return remove(store, request_);
         }
         if (export_->parsed()) {
-            return exportTo(store, request_);
+            // A store that turns out to be damaged now is empty: no reason to replace an earlier export.
+            store.generation();
+            return hasReported_ ? failed : exportTo(store, request_);
         }
         if (import_->parsed()) {
             return importFrom(store, request_);
@@ -241,6 +242,7 @@ private:
 
     CLI::App app_{"Shows and changes the user's preferences.", "velora-defaults"};
     Request request_;
+    std::atomic<bool> hasReported_{false};
     std::vector<CLI::Option*> types_;
     CLI::App* list_ = app_.add_subcommand("list", "print every known or stored key with its type and value");
     CLI::App* read_ = app_.add_subcommand("read", "print one value");

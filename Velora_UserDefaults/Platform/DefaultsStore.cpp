@@ -150,8 +150,14 @@ std::string DefaultsStore::exportText() const {
 
 bool DefaultsStore::exportTo(const std::string& path) const {
     const std::string target = resolvedStorePath(path);
-    std::string fault = "it is the store itself";  // where others may be writing
-    if (target != engine_->path() && replaceForeignFile(target, exportText(), fault)) {
+    const std::string text = exportText();
+    std::string fault = DefaultsStoreContents::read(engine_->path()).fault;
+    if (!fault.empty()) {
+        // Nothing is what it would export, perhaps over an export of better days.
+        fault.insert(0, "the store cannot be read: ");
+    } else if (target == engine_->path()) {
+        fault = "it is the store itself";  // where others may be writing
+    } else if (replaceForeignFile(target, text, fault)) {
         return true;
     }
     engine_->report(fmt::format("Preferences: cannot export to {}: {}.", path, fault));

@@ -165,7 +165,7 @@ public:
     /// The user's own values as the text of a JSON object.
     std::string exportText() const;
     /// Writes `exportText()` to the file at `path` (mode 0600), which either is replaced as a whole or stays as it was.
-    /// A folder, a device or the store's own file is refused.
+    /// A folder, a device or the store's own file is refused, and nothing is written if the store cannot be read.
     bool exportTo(const std::string& path) const;
     /// Stores every member of a JSON object, in one write; keys that it lacks stay. If `json` is no JSON object,
     /// nothing is stored. The members' exact text is kept.

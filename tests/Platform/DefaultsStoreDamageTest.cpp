@@ -183,6 +183,16 @@ TEST_F(DefaultsStoreDamage, LeavesAFolderInItsPlaceAlone) {
     EXPECT_THAT(reports.lines(), ElementsAre(HasSubstr("it is a folder"), HasSubstr("cannot store a value")));
 }
 
+TEST_F(DefaultsStoreDamage, ExportsNothingThatItCannotRead) {
+    std::filesystem::create_directory(file);
+    writeFile(folder / "backup.json", goodText);
+    DefaultsStore store(file);
+    const Reports reports(store);
+    EXPECT_FALSE(store.exportTo(folder / "backup.json"));
+    EXPECT_EQ(readFile(folder / "backup.json"), goodText);
+    EXPECT_THAT(reports.lines(), ElementsAre(HasSubstr("it is a folder"), HasSubstr("the store cannot be read")));
+}
+
 TEST_F(DefaultsStoreDamage, IsNotHeldUpByANamedPipeInItsPlace) {
     ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
     DefaultsStore store(file);

@@ -393,6 +393,15 @@ TEST_F(VeloraDefaults, TellsOfADamagedStoreAndKeepsIt) {
     }
 }
 
+TEST_F(VeloraDefaults, KeepsAnEarlierExportWhenTheStoreIsDamaged) {
+    writeFile(folder / "backup.json", R"({"own": 1})");
+    std::filesystem::create_directories(folder / "store");
+    writeFile(file, "{\"own\": ");
+    std::filesystem::last_write_time(file, std::filesystem::last_write_time(file) - std::chrono::hours(1));
+    EXPECT_EQ(run({"export", folder / "backup.json"}).status, 1);
+    EXPECT_EQ(readFile(folder / "backup.json"), R"({"own": 1})");
+}
+
 TEST_F(VeloraDefaults, TellsBadUsage) {
     for (const std::vector<std::string>& arguments :
          std::vector<std::vector<std::string>>{{},
