@@ -1,4 +1,6 @@
+#include <array>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -209,6 +211,34 @@ TEST(DateFormatter, NeverShowsTheTextOfAFormatterThatLivedAtItsAddress) {
     EXPECT_EQ(formatInRoom("yyyy"), "2023");
     EXPECT_EQ(formatInRoom("ss"), "20");
     EXPECT_EQ(formatInRoom("HH"), "22");
+}
+
+TEST(DateFormatter, WritesWhatTheThreadHasFormattedBeforeWithoutWork) {
+    const DateFormatter formatter("yyyy-MM-dd HH:mm:ss.SSS", "en_US", "UTC");
+    const Date date(std::chrono::milliseconds(1'704'164'645'678));
+    std::array<char, DateFormatter::maximumCachedSize> memory{};
+    EXPECT_EQ(formatter.writeCached(date, memory.data()), 0U);
+    EXPECT_EQ(formatter.string(date), "2024-01-02 03:04:05.678");
+    const std::size_t size = formatter.writeCached(date + std::chrono::milliseconds(300), memory.data());
+    EXPECT_EQ(std::string(memory.data(), size), "2024-01-02 03:04:05.978");
+    EXPECT_EQ(formatter.writeCached(date + std::chrono::milliseconds(400), memory.data()), 0U);
+    std::thread([&] { EXPECT_EQ(formatter.writeCached(date, memory.data()), 0U); }).join();
+}
+
+TEST(DateFormatter, LeavesASubclassToItsOwnText) {
+    class Stardate : public DateFormatter {
+    public:
+        using DateFormatter::DateFormatter;
+        void append(Date date, std::string& out) const override {
+            DateFormatter::append(date, out);
+            out += '*';
+        }
+    };
+    const Stardate formatter("ss", "en_US", "UTC");
+    const Date date = dateFromSecondsSince1970(5);
+    EXPECT_EQ(formatter.string(date), "05*");
+    std::array<char, DateFormatter::maximumCachedSize> memory{};
+    EXPECT_EQ(formatter.writeCached(date, memory.data()), 0U);
 }
 
 TEST(DateFormatter, TellsWhatItWasMadeFrom) {

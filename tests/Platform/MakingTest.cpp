@@ -3,6 +3,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -97,6 +98,27 @@ TEST(Making, HandsOnArgumentsThatCanOnlyBeMoved) {
     const auto thing = make<MoveOnlyThing>(std::make_unique<int>(7));
     ASSERT_TRUE(thing->value);
     EXPECT_EQ(*thing->value, 7);
+}
+
+class CuriousThing : public Thing {
+public:
+    using Thing::Thing;
+
+    template <typename Class>
+    void learnClass(Making /*key*/) {
+        steps.emplace_back(std::is_same_v<Class, CuriousThing> ? "learned itself" : "learned a subclass");
+    }
+};
+
+class DerivedCuriousThing final : public CuriousThing {
+public:
+    using CuriousThing::CuriousThing;
+};
+
+TEST(Making, TellsABaseWhichClassItMakesBeforeTheSecondStep) {
+    EXPECT_THAT(make<CuriousThing>()->steps, testing::ElementsAre("constructed", "learned itself", "finished", "base"));
+    EXPECT_THAT(make<DerivedCuriousThing>()->steps,
+                testing::ElementsAre("constructed", "learned a subclass", "finished", "base"));
 }
 
 TEST(Making, LeavesNothingBehindWhenTheSecondStepThrows) {

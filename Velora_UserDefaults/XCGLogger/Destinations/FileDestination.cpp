@@ -10,6 +10,7 @@
 #include <Velora_UserDefaults/Platform/ExtendedAttributes.h>
 #include <Velora_UserDefaults/Platform/FatalError.h>
 #include <Velora_UserDefaults/Platform/FileHandle.h>
+#include <Velora_UserDefaults/Platform/ForkHandlers.h>
 #include <Velora_UserDefaults/Platform/Text.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/FileDestination.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/LogFile.h>
@@ -93,16 +94,15 @@ private:
     std::shared_ptr<BaseDestination> keptAlive_;
 };
 
-FileDestination::HeldFile::HeldFile(const FileDestination& destination) : destination_(destination), isHeld_(true) {
-    const bool isNested = destination_.file_->lock.isHeldByThisThread();
+FileDestination::HeldFile::HeldFile(const FileDestination& destination)
+    : destination_(destination), isHeld_(true), isNested_(destination.file_->lock.isHeldByThisThread()) {
     destination_.file_->lock.lock();
-    begin(isNested);
+    begin();
 }
 
 FileDestination::HeldFile::HeldFile(const FileDestination& destination, std::string_view line)
-    : destination_(destination), isHeld_(true) {
+    : destination_(destination), isHeld_(true), isNested_(destination.file_->lock.isHeldByThisThread()) {
     File& file = *destination_.file_;
-    const bool isNested = file.lock.isHeldByThisThread();
     if (!holdsAFile()) {
         file.lock.lock();
     } else if (!file.lock.try_lock()) {
@@ -112,14 +112,14 @@ FileDestination::HeldFile::HeldFile(const FileDestination& destination, std::str
         destination_.file_->writeLinesLeft();
         return;
     }
-    begin(isNested);
+    begin();
 }
 
-void FileDestination::HeldFile::begin(bool isNested) {
+void FileDestination::HeldFile::begin() {
     QueuedLine::Deferral::begin();
     // Lines left here are older than what this thread is going to write. In the middle of a rotation,
     // though, they would meet a closed file.
-    if (!isNested) {
+    if (!isNested_) {
         destination_.file_->writeLinesLeft();
     }
 }
@@ -254,6 +254,19 @@ void FileDestination::goOnIfReplaced() {
     if (file_->isStillAt(path)) {
         return;
     }
+    goOn(path);
+}
+
+/// A child forked while another thread was moving the file has it neither open nor anyone who will open it.
+void FileDestination::goOnAfterFork() {
+    movingIn_.reset();
+    if (!file_->isOpen() && owner() && writeToFileURL_) {
+        goOn(writeToFileURL_->path());
+    }
+}
+
+/// Opens the file at `path` to go on writing, whatever it holds already, and makes it if there is none.
+void FileDestination::goOn(const std::string& path) {
     const bool isReplaced = FileManager::fileExists(path);
     if (!isReplaced) {
         FileManager::createFile(path, fileAttributes().value_or(FileAttributes()));
@@ -277,7 +290,13 @@ void FileDestination::write(std::string_view message) {
         return;
     }
     const HeldFile held(*this, message);
-    if (!held || !file_->isOpen()) {
+    if (!held) {
+        return;
+    }
+    if (movingIn_ && !isMovingFile() && !held.isNested()) {
+        goOnAfterFork();
+    }
+    if (!file_->isOpen()) {
         return;
     }
     goOnIfReplaced();
@@ -353,15 +372,19 @@ bool FileDestination::rotateFile(const FileTarget& to, const std::function<void(
     finishQueue();
     const HeldFile held(*this);
     bool success = false;
-    if (!isMovingFile_) {
-        isMovingFile_ = true;
-        success = moveFile(to);
-        isMovingFile_ = false;
+    if (!isMovingFile()) {
+        movingIn_ = forkGeneration();
+        reportingExceptions([&] { success = moveFile(to); });
+        movingIn_.reset();
     }
     if (closure) {
         reportingExceptions([&] { closure(success); });
     }
     return success;
+}
+
+bool FileDestination::isMovingFile() const noexcept {
+    return movingIn_ == forkGeneration();
 }
 
 bool FileDestination::moveFile(const FileTarget& to) {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -125,18 +126,21 @@ protected:
         HeldFile& operator=(const HeldFile&) = delete;
         ~HeldFile();
         explicit operator bool() const noexcept { return isHeld_; }
+        /// Whether this thread held the file already.
+        bool isNested() const noexcept { return isNested_; }
 
     private:
-        void begin(bool isNested);
+        void begin();
 
         const FileDestination& destination_;
         bool isHeld_;
+        bool isNested_;
     };
 
     /// Brings what was written to the disk and closes the file, if it is open.
     void closeFile();
     /// Whether the file is being moved to an archive right now, by the thread that holds it.
-    bool isMovingFile() const noexcept { return isMovingFile_; }
+    bool isMovingFile() const noexcept;
     /// Has the owner, if there is one, log an internal line with this destination as its source.
     void report(const std::string& text, Level level);
 
@@ -150,6 +154,8 @@ private:
     void openFile();
     void announceOpening(bool isAppending);
     void goOnIfReplaced();
+    void goOnAfterFork();
+    void goOn(const std::string& path);
     bool moveFile(const FileTarget& to);
     void markArchive(const std::string& path);
 
@@ -159,7 +165,8 @@ private:
     std::optional<FileAttributes> fileAttributes_;
     std::unique_ptr<File> file_;
     std::atomic<std::size_t> writeBufferCapacity_ = 0;
-    bool isMovingFile_ = false;
+    /// The fork generation of the process in which a thread is moving the file.
+    std::optional<std::uint64_t> movingIn_;
 };
 
 }  // namespace velora

@@ -13,6 +13,7 @@
 #include <fmt/format.h>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -505,6 +506,44 @@ TEST_F(FileDestinationForkTest, GoesOnInAChildForkedWhileAnotherThreadLogs) {
     }
     EXPECT_EQ(found, logged);
     EXPECT_EQ(foundOfChildren, children);
+}
+
+/// Waits in the middle of a rotation, which is when it is told of one.
+class PausingDestination : public BaseDestination {
+public:
+    using BaseDestination::BaseDestination;
+    void output(LogDetails& /*logDetails*/, std::string& message) override {
+        if (message.find("Rotated file") != std::string::npos) {
+            reached.set_value();
+            resumed.get_future().wait();
+        }
+    }
+    std::promise<void> reached;
+    std::promise<void> resumed;
+};
+
+TEST_F(FileDestinationForkTest, GoesOnInAChildForkedWhileAnotherThreadMovesTheFile) {
+    const auto file = make<FileDestination>(nullptr, folder_ / "app.log", "file", true);
+    hideColumns(*file);
+    log_.add(file);
+    const auto pausing = make<PausingDestination>(nullptr, "pausing");
+    log_.add(pausing);
+    log_.info("before");
+    std::thread rotating([&] { EXPECT_TRUE(file->rotateFile(folder_ / "archive.log")); });
+    pausing->reached.get_future().wait();
+    log_.remove(pausing);
+    EXPECT_EQ(resultOfForkedChild([&] {
+                  log_.info("of the child");
+                  const bool hasGoneOn = file->isOpen();
+                  return hasGoneOn && file->rotateFile(folder_ / "childs.log") ? 0 : 1;
+              }),
+              0);
+    pausing->resumed.set_value();
+    rotating.join();
+    log_.info("after");
+    EXPECT_THAT(splitLines(readFile(folder_ / "archive.log")), testing::Contains("> before"));
+    EXPECT_THAT(splitLines(readFile(folder_ / "childs.log")), testing::Contains("> of the child"));
+    EXPECT_EQ(splitLines(readFile(folder_ / "app.log")).back(), "> after");
 }
 
 /// Runs this program again as a process of its own that runs the one test `name`, with `path` in its environment, and

@@ -22,22 +22,33 @@ class QueuedLineTest : public testing::Test {
 protected:
     void submit(const std::string& text) {
         LogDetails record = aRecord(text);
-        QueuedLine::submit(*queue_, destination_, record, text);
+        submit(destination_, record, text);
+    }
+    void submit(std::shared_ptr<BaseDestination> destination, LogDetails& record, std::string text) {
+        QueuedLine::submit(*queue_, std::move(destination), record, text);
     }
 
     std::shared_ptr<DispatchQueue> queue_ = DispatchQueue::make("lines");
     std::shared_ptr<WritingDestination> destination_ = make<WritingDestination>(nullptr, "writing");
 };
 
-TEST_F(QueuedLineTest, LeavesTheCallersTextsAlone) {
+TEST_F(QueuedLineTest, TakesTheTextsOverSoThatTheCallerMayReuseTheirMemory) {
     LogDetails record = aRecord("record");
-    const std::string message = "message";
+    std::string message = "a message that is too long for a string to hold it in itself";
+    const char* const memory = message.data();
+    destination_->setFilters({{filter([](const LogDetails& details, const std::string& /*line*/) {
+        EXPECT_EQ(details.message, "record");
+        EXPECT_EQ(details.functionName, "doWork()");
+        EXPECT_EQ(details.lineNumber, 42);
+        return false;
+    })}});
     QueuedLine::submit(*queue_, destination_, record, message);
-    EXPECT_EQ(record.message, "record");
-    EXPECT_EQ(message, "message");
+    EXPECT_NE(message.data(), memory);
     record.message = "changed";
+    record.functionName = "changed";
+    message = "changed";
     queue_->drain();
-    EXPECT_THAT(destination_->lines(), ElementsAre("message"));
+    EXPECT_THAT(destination_->lines(), ElementsAre("a message that is too long for a string to hold it in itself"));
 }
 
 TEST_F(QueuedLineTest, IsUsedAgainWithoutATraceOfTheLineBefore) {
@@ -53,7 +64,7 @@ TEST_F(QueuedLineTest, IsUsedAgainWithoutATraceOfTheLineBefore) {
         if (text == "short") {
             record.userInfo["key"] = true;
         }
-        QueuedLine::submit(*queue_, destination_, record, text);
+        submit(destination_, record, text);
         queue_->drain();
     }
     EXPECT_EQ(destination_->lines(), texts);
@@ -64,7 +75,7 @@ TEST_F(QueuedLineTest, FreesWhatTheRecordHeldOnceItIsWritten) {
     const auto held = std::make_shared<int>(1);
     LogDetails record = aRecord();
     record.userInfo["held"] = held;
-    QueuedLine::submit(*queue_, destination_, record, "line");
+    submit(destination_, record, "line");
     record.userInfo.clear();
     queue_->drain();
     EXPECT_EQ(held.use_count(), 1);
@@ -172,7 +183,7 @@ TEST_F(QueuedLineTest, ReportsWhatADestinationThrows) {
     const auto throwing = make<Throwing>(nullptr, "throwing");
     LogDetails record = aRecord();
     testing::internal::CaptureStdout();
-    QueuedLine::submit(*queue_, throwing, record, "lost");
+    submit(throwing, record, "lost");
     submit("next");
     queue_->drain();
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "Objective-C Exception occurred: cannot say\n");
