@@ -148,8 +148,11 @@ bool FileManager::fileExists(const std::string& path) {
     return canNameFile(path) && ::stat(path.c_str(), &status) == 0;
 }
 
-bool FileManager::createFile(const std::string& path, const FileAttributes& attributes) {
+bool FileManager::createFile(const std::string& path, const FileAttributes& attributes, int* code) {
+    int ignored = 0;
+    int& reason = code != nullptr ? *code : ignored;
     if (!canNameFile(path)) {
+        reason = EINVAL;
         return false;
     }
     constexpr long long usualPermissions = 0640;
@@ -157,6 +160,7 @@ bool FileManager::createFile(const std::string& path, const FileAttributes& attr
     const auto mode = static_cast<mode_t>(permissions.value_or(usualPermissions) & allPermissions);
     // O_NONBLOCK: nothing here waits for the reader of a pipe.
     const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, mode);
+    reason = file < 0 ? errno : 0;
     if (file < 0) {
         return false;
     }

@@ -51,8 +51,9 @@ public:
     /// A new file has the permissions 0640 less the umask. With `posixPermissions` in `attributes` the file, new
     /// or not, gets exactly those, whatever the umask; a new one never had more. Owner, group and
     /// modification date are set, too, where given. False if the file could not be made or emptied, or if one of these
-    /// could not be set; in the latter case it is there all the same.
-    static bool createFile(const std::string& path, const FileAttributes& attributes = {});
+    /// could not be set; in the latter case it is there all the same. `code`, if given, gets the system's error
+    /// number (`errno`) if the file could not be made or emptied, else 0.
+    static bool createFile(const std::string& path, const FileAttributes& attributes = {}, int* code = nullptr);
 
     /// Makes a folder with the permissions 0750 less the umask. With `withIntermediates` the missing folders
     /// above it are made alike, and it is no error if the folder is there already.

@@ -15,14 +15,17 @@ class MadeInTwoSteps;
 template <typename Object>
 concept MakeableObject = std::derived_from<Object, MadeInTwoSteps>;
 
+class Making;
+
 template <MakeableObject Object, typename... Arguments>
-std::shared_ptr<Object> make(Arguments&&... arguments);
+requires std::constructible_from<Object, Making, Arguments...> std::shared_ptr<Object> make(Arguments&&... arguments);
 
 /// The pass key that lets `make` alone run the constructors of shared objects. A constructor takes it
 /// first and hands it on to its base; nothing else can create one.
 class Making {
     explicit Making() = default;
     template <MakeableObject Object, typename... Arguments>
+    requires std::constructible_from<Object, Making, Arguments...>
     friend std::shared_ptr<Object> make(Arguments&&... arguments);
 };
 
@@ -47,13 +50,14 @@ protected:
 
 private:
     template <MakeableObject Object, typename... Arguments>
+    requires std::constructible_from<Object, Making, Arguments...>
     friend std::shared_ptr<Object> make(Arguments&&... arguments);
 };
 
 /// Makes a shared object: `make<ConsoleDestination>(nullptr, "console")`. The arguments are those of
 /// the class's constructor without its key.
 template <MakeableObject Object, typename... Arguments>
-std::shared_ptr<Object> make(Arguments&&... arguments) {
+requires std::constructible_from<Object, Making, Arguments...> std::shared_ptr<Object> make(Arguments&&... arguments) {
     auto object = std::make_shared<Object>(Making(), std::forward<Arguments>(arguments)...);
     if constexpr (requires { object->template learnClass<Object>(Making()); }) {
         object->template learnClass<Object>(Making());

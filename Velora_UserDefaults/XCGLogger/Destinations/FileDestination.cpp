@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
@@ -211,13 +212,18 @@ void FileDestination::openFile() {
     }
     const std::string path = writeToFileURL_->path();
     const bool isAppending = FileManager::fileExists(path) && shouldAppend();
+    int creationCode = 0;
     if (!isAppending) {
-        FileManager::createFile(path, fileAttributes().value_or(FileAttributes()));
+        FileManager::createFile(path, fileAttributes().value_or(FileAttributes()), &creationCode);
     }
     FileResult<FileHandle> handle = FileHandle::openForWriting(path);
     if (!handle) {
+        // That there is no file helps nobody who may want to know why it could not be made.
+        const FileError error = handle.error().code == ENOENT && creationCode != 0
+                                    ? FileError::make(creationCode, path, "couldn’t be opened for writing")
+                                    : handle.error();
         report(std::string("Attempt to open log file for ") + (isAppending ? "appending" : "writing") +
-                   " failed: " + handle.error().description,
+                   " failed: " + error.description,
                Level::error);
         return;
     }

@@ -442,6 +442,24 @@ TEST_F(FileDestinationTest, FiltersAndFormatsItsLines) {
 
 // --- Failures ---
 
+TEST_F(FileDestinationTest, TellsTheOthersWhyAFileCannotBeMade) {
+    ASSERT_EQ(::chmod(folder_.path().c_str(), 0555), 0);
+    const std::string path = folder_ / "app.log";
+    EXPECT_EQ(resultOfForkedChild([&] {
+                  if (::getuid() == 0 && ::setuid(65'534) != 0) {
+                      return 2;
+                  }
+                  log_.add(make<FileDestination>(nullptr, path, "file"));
+                  return otherLines() ==
+                                 std::vector<std::string>{"> Attempt to open log file for writing failed: The file “" +
+                                                          path + "” couldn’t be opened for writing: Permission denied"}
+                             ? 0
+                             : 1;
+              }),
+              0);
+    ::chmod(folder_.path().c_str(), 0755);
+}
+
 TEST_F(FileDestinationTest, TellsTheOthersThatAFolderIsMissing) {
     const std::string path = folder_ / "missing/app.log";
     const auto file = make<FileDestination>(nullptr, path, "file");
