@@ -116,9 +116,12 @@ public:
 };
 
 TEST(Making, TellsABaseWhichClassItMakesBeforeTheSecondStep) {
-    EXPECT_THAT(make<CuriousThing>()->steps, testing::ElementsAre("constructed", "learned itself", "finished", "base"));
-    EXPECT_THAT(make<DerivedCuriousThing>()->steps,
-                testing::ElementsAre("constructed", "learned a subclass", "finished", "base"));
+    const auto base = make<CuriousThing>();
+    EXPECT_THAT(base->steps, testing::ElementsAre("constructed", "learned itself", "finished", "base"));
+    const auto derived = make<DerivedCuriousThing>();
+    EXPECT_THAT(derived->steps, testing::ElementsAre("constructed", "learned a subclass", "finished", "base"));
+    base->seenInSecondStep.reset();
+    derived->seenInSecondStep.reset();
 }
 
 TEST(Making, LeavesNothingBehindWhenTheSecondStepThrows) {
