@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include <Velora_UserDefaults/Platform/Bundle.h>
 #include <Velora_UserDefaults/Platform/Date.h>
@@ -42,10 +43,13 @@ public:
 
     LogDetails& operator*() const noexcept { return kept_->record; }
     LogDetails* operator->() const noexcept { return &kept_->record; }
+    /// A list for whatever the call needs one for, with anything in it.
+    std::vector<DestinationProtocol*>& destinations() const noexcept { return kept_->destinations; }
 
 private:
     struct Kept {
         LogDetails record;
+        std::vector<DestinationProtocol*> destinations;
     };
 
     Reused<Kept> kept_;
@@ -54,10 +58,6 @@ private:
 using CallRecord = KeptRecord<struct OfTheCall>;
 /// The copy that all accepting destinations but the last one get, one after the other.
 using RecordCopy = KeptRecord<struct ForOneDestination>;
-
-struct AcceptingDestinations {
-    std::vector<DestinationProtocol*> list;
-};
 
 /// What a destination answers that throws instead of telling whether it accepts a call: no. Apart from
 /// `isAccepted` so that that is inlined where every call passes.
@@ -252,18 +252,15 @@ void XCGLogger::logAccepted(std::size_t firstAccepting, Level level, const Sourc
     const LogCallScope scope;
     // Asked before the message is rendered: its closure may change the list.
     DestinationProtocol* last = recipients_[firstAccepting].destination;
-    std::optional<Reused<AcceptingDestinations>> others;
+    const CallRecord record;
+    std::vector<DestinationProtocol*>& others = record.destinations();
+    others.clear();
     for (std::size_t index = firstAccepting + 1; index < recipients_.size(); ++index) {
         if (accepts(recipients_[index], level)) {
-            if (!others) {
-                others.emplace();
-                (*others)->list.clear();
-            }
-            (*others)->list.push_back(std::exchange(last, recipients_[index].destination));
+            others.push_back(std::exchange(last, recipients_[index].destination));
         }
     }
 
-    const CallRecord record;
     record->message.clear();
     if (!message.render(record->message)) {
         return;
@@ -279,9 +276,9 @@ void XCGLogger::logAccepted(std::size_t firstAccepting, Level level, const Sourc
         record->userInfo = resolved;
     }
 
-    if (others) {
+    if (!others.empty()) {
         const RecordCopy copy;
-        for (DestinationProtocol* const destination : (*others)->list) {
+        for (DestinationProtocol* const destination : others) {
             *copy = *record;
             reportingExceptions([&] { destination->process(*copy); });
         }
