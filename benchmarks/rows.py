@@ -86,6 +86,7 @@ ROWS = [
 ]
 
 SPDLOG = {"spdlog": None}
+PREFERENCES = {"QSettings stale": None, "QSettings fresh": None, "GSettings": None}
 
 # What is measured without a goal.
 DETAILS = [
@@ -106,11 +107,13 @@ DETAILS = [
     Row("filter-file-name", "composing, a file-name filter that lets it pass"),
     Row("formatter-colours", "composing, terminal colours"),
     Row("formatter-base64", "composing, Base64"),
+    Row("rotating-line", "one line to a file that may rotate, in the kernel", peers=SPDLOG),
     Row("rotation", "rotation among others'", "real", "us", peers=SPDLOG),
     Row("stored-read", "reading an integer of a store with", peers={"QSettings stale": None}),
     Row("stored-write", "writing an integer to a store with", "real", "us", peers={"QSettings": None}),
-    Row("read-bool", "reading a truth value"),
-    Row("read-string", "reading a text"),
+    Row("read-bool", "reading a truth value", peers=PREFERENCES),
+    Row("read-bool-threads", "reading a truth value, by"),
+    Row("read-string", "reading a text", peers=PREFERENCES),
     Row("register-and-read", "registering a default, then reading it"),
     Row("read-while-written", "reading while another process writes,"),
     Row("queued-work-end-to-end", "a piece of work on a queue, end to end", "each_ns", peers=SPDLOG),

@@ -1,6 +1,7 @@
 // What a rotation costs with other archives in the folder: the destination has to look at the mark of each.
 
 #include <benchmark/benchmark.h>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -57,6 +58,19 @@ void rotation(benchmark::State& state) {
     }
     file->purgeArchivedLogFiles();
 }
+
+/// A line to a file that would rotate at limits which it does not reach.
+void rotatingLine(benchmark::State& state) {
+    const LogFile file("ours-rotating.log");
+    {
+        const OurLogger log(make<AutoRotatingFileDestination>(
+            nullptr, file.path(), "rotating",
+            AutoRotatingFileDestination::Options{.maxFileSize = std::uint64_t{1} << 40U, .maxTimeInterval = 86'400}));
+        measureCalls(state, [&](int number) { log.logLine(number); });
+    }
+    file.check(state, state.iterations());
+}
+BENCHMARK(rotatingLine)->Name("rotating-line/ours")->Apply(fileLines);
 
 void archiveCounts(benchmark::internal::Benchmark* benchmark) {
     benchmark->ArgName("archives")->Arg(10)->Arg(100);

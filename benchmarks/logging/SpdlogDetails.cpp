@@ -1,6 +1,7 @@
 // spdlog with more threads, sinks and other messages than in the rows that are compared.
 
 #include <benchmark/benchmark.h>
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <spdlog/sinks/rotating_file_sink.h>
@@ -72,6 +73,18 @@ void destinations(benchmark::State& state) {
     measureDiscarded(state, [&](int number) { log.logLine(number); });
 }
 BENCHMARK(destinations)->Name("destinations/spdlog")->Apply(destinationCounts);
+
+void rotatingLine(benchmark::State& state) {
+    const LogFile file("spdlog-rotating.log");
+    {
+        const SpdlogLogger log(
+            std::make_shared<spdlog::sinks::rotating_file_sink_mt>(file.path(), std::size_t{1} << 40U, 10));
+        log->flush_on(spdlog::level::trace);
+        measureCalls(state, [&](int number) { log.logLine(number); });
+    }
+    file.check(state, state.iterations());
+}
+BENCHMARK(rotatingLine)->Name("rotating-line/spdlog")->Apply(fileLines);
 
 /// A file of at most one byte makes every line rotate; what spdlog keeps are 10 archives, renamed in turn.
 void rotation(benchmark::State& state) {

@@ -18,6 +18,8 @@ namespace velora::bench {
 namespace {
 
 constexpr const char* pinCode = "pin-code-length";
+constexpr const char* flag = "flag";
+constexpr const char* text = "filler-key0";
 
 /// The store, or null where it would not be dconf.
 GSettings* settings() {
@@ -27,7 +29,8 @@ GSettings* settings() {
         }
         GSettings* const made = g_settings_new("org.velora.bench");
         g_settings_set_int64(made, pinCode, 8);
-        for (int index = 0; index < usualKeys - 1; ++index) {
+        g_settings_set_boolean(made, flag, TRUE);
+        for (int index = 0; index < usualKeys - 2; ++index) {
             const std::string key = "filler-key" + std::to_string(index);
             g_settings_set_string(made, key.c_str(), fillerValue(index).c_str());
         }
@@ -37,17 +40,37 @@ GSettings* settings() {
     return store;
 }
 
-void read(benchmark::State& state) {
+/// Reads with `read(store)`.
+template <typename Read>
+void measureReads(benchmark::State& state, Read read) {
     GSettings* const store = settings();
     if (store == nullptr) {
         state.SkipWithError("GSettings does not store through dconf: no session bus?");
         return;
     }
     for ([[maybe_unused]] auto step : state) {
-        benchmark::DoNotOptimize(g_settings_get_int64(store, pinCode));
+        read(store);
     }
 }
+
+void read(benchmark::State& state) {
+    measureReads(state, [](GSettings* store) { benchmark::DoNotOptimize(g_settings_get_int64(store, pinCode)); });
+}
 BENCHMARK(read)->Name("preference-read/GSettings");
+
+void readBool(benchmark::State& state) {
+    measureReads(state, [](GSettings* store) { benchmark::DoNotOptimize(g_settings_get_boolean(store, flag)); });
+}
+BENCHMARK(readBool)->Name("read-bool/GSettings");
+
+void readString(benchmark::State& state) {
+    measureReads(state, [](GSettings* store) {
+        char* const value = g_settings_get_string(store, text);
+        benchmark::DoNotOptimize(value);
+        g_free(value);
+    });
+}
+BENCHMARK(readString)->Name("read-string/GSettings");
 
 void write(benchmark::State& state) {
     GSettings* const store = settings();

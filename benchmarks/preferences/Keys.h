@@ -8,7 +8,10 @@ namespace velora::bench {
 /// The integer that is read and written.
 inline constexpr const char* pinCodeKey = "Preferences_Security_PinCodeLength";
 
-/// How many keys an application stores, that one included.
+/// The truth value that is read.
+inline constexpr const char* flagKey = "Preferences_Flag";
+
+/// How many keys an application stores, those included.
 inline constexpr int usualKeys = 35;
 
 inline std::string fillerKey(int index) {

@@ -76,7 +76,8 @@ void readBool(benchmark::State& state) {
         benchmark::DoNotOptimize(store.boolean(truthKey));
     }
 }
-BENCHMARK(readBool)->Name("read-bool/ours")->Threads(1)->Threads(2);
+BENCHMARK(readBool)->Name("read-bool/ours");
+BENCHMARK(readBool)->Name("read-bool-threads/ours")->Threads(2);
 
 void readString(benchmark::State& state) {
     const DefaultsStore& store = usualStore();

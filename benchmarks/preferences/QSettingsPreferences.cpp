@@ -24,7 +24,8 @@ QSettings& settings() {
     static QSettings store(QString::fromStdString(storeFile()), QSettings::IniFormat);
     [[maybe_unused]] static const bool filled = [] {
         store.setValue(pinCodeKey, 8);
-        for (int index = 1; index < usualKeys; ++index) {
+        store.setValue(flagKey, true);
+        for (int index = 2; index < usualKeys; ++index) {
             store.setValue(QString::fromStdString(fillerKey(index)), QString::fromStdString(fillerValue(index)));
         }
         store.sync();
@@ -51,6 +52,32 @@ void readFresh(benchmark::State& state) {
     }
 }
 BENCHMARK(readFresh)->Name("preference-read/QSettings fresh");
+
+/// Reads with `read(store)`, after looking for other processes' writes if `isFresh`.
+template <typename Read>
+void readOther(benchmark::State& state, bool isFresh, Read read) {
+    QSettings& store = settings();
+    for ([[maybe_unused]] auto step : state) {
+        if (isFresh) {
+            store.sync();
+        }
+        benchmark::DoNotOptimize(read(store));
+    }
+}
+
+void readBool(benchmark::State& state, bool isFresh) {
+    readOther(state, isFresh, [key = QString(flagKey)](const QSettings& store) { return store.value(key).toBool(); });
+}
+BENCHMARK_CAPTURE(readBool, stale, false)->Name("read-bool/QSettings stale");
+BENCHMARK_CAPTURE(readBool, fresh, true)->Name("read-bool/QSettings fresh");
+
+void readString(benchmark::State& state, bool isFresh) {
+    readOther(state, isFresh, [key = QString::fromStdString(fillerKey(2))](const QSettings& store) {
+        return store.value(key).toString();
+    });
+}
+BENCHMARK_CAPTURE(readString, stale, false)->Name("read-string/QSettings stale");
+BENCHMARK_CAPTURE(readString, fresh, true)->Name("read-string/QSettings fresh");
 
 void write(benchmark::State& state) {
     QSettings& store = settings();
