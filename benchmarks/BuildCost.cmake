@@ -10,3 +10,13 @@ endif()
 file(GENERATE OUTPUT "${CMAKE_CURRENT_BINARY_DIR}/buildcost.json"
      CONTENT "{\"compiler\": [\"${CMAKE_CXX_COMPILER}\"],\n ${entries}}\n")
 add_dependencies(benchmarks Velora_UserDefaults)
+
+# Never built: with these the static analysis knows how the files are compiled.
+add_library(buildcost_ours OBJECT EXCLUDE_FROM_ALL buildcost/ours.cpp)
+target_link_libraries(buildcost_ours PRIVATE velora_compiler Velora_UserDefaults::Velora_UserDefaults)
+target_compile_definitions(buildcost_ours PRIVATE WITH_LOGGER WITH_LINE)
+if(spdlog_FOUND)
+    add_library(buildcost_spdlog OBJECT EXCLUDE_FROM_ALL buildcost/spdlog.cpp)
+    target_link_libraries(buildcost_spdlog PRIVATE velora_compiler spdlog::spdlog)
+    target_compile_definitions(buildcost_spdlog PRIVATE WITH_LOGGER WITH_LINE)
+endif()
