@@ -1,11 +1,13 @@
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <Velora_UserDefaults/Platform/DispatchQueue.h>
@@ -328,6 +330,76 @@ TEST_F(BaseQueuedDestinationTest, AsksAnOverrideForItsQueue) {
     }
     XCGLogger::logQueue()->drain();
     EXPECT_THAT(destination->lines(), ElementsAre("> line"));
+}
+
+/// Filters and formats without a list of filters or formatters.
+class WillfulDestination : public WritingDestination {
+public:
+    using WritingDestination::WritingDestination;
+    bool shouldExclude(LogDetails& /*logDetails*/, std::string& message) override { return message == "> secret"; }
+    void applyFormatters(LogDetails& /*logDetails*/, std::string& message) override { message += " (seen)"; }
+};
+
+/// Has lists that nobody set.
+class ListingDestination : public WritingDestination {
+public:
+    using WritingDestination::WritingDestination;
+    const Filters& filters() const override { return filters_; }
+    const Formatters& formatters() const override { return formatters_; }
+
+private:
+    Filters filters_{{filter([](LogDetails& /*logDetails*/, std::string& message) { return message == "> secret"; })}};
+    Formatters formatters_{{appending(" (seen)")}};
+};
+
+class ListingLogger : public XCGLogger {
+public:
+    using XCGLogger::XCGLogger;
+    const Filters& filters() const override { return filters_; }
+    const Formatters& formatters() const override { return formatters_; }
+
+private:
+    Filters filters_{{filter([](LogDetails& /*logDetails*/, std::string& message) { return message == "> secret"; })}};
+    Formatters formatters_{{appending(" (seen)")}};
+};
+
+template <typename Logger, typename Destination>
+void expectFilteredAndFormatted(const std::shared_ptr<DispatchQueue>& queue) {
+    const auto log = make<Logger>("log", false);
+    const auto destination = make<Destination>(nullptr, "destination");
+    hideColumns(*destination);
+    destination->setLogQueue(queue);
+    log->add(destination);
+    log->info("public");
+    log->info("secret");
+    log->remove(destination);
+    EXPECT_THAT(destination->lines(), ElementsAre("> public (seen)"));
+}
+
+TEST(QueuedDestinationSubclass, IsAskedWhatToFilterAndHowToFormatWithoutAnyList) {
+    for (const auto& queue : {std::shared_ptr<DispatchQueue>(), DispatchQueue::make("subclass")}) {
+        expectFilteredAndFormatted<XCGLogger, WillfulDestination>(queue);
+        expectFilteredAndFormatted<XCGLogger, ListingDestination>(queue);
+        expectFilteredAndFormatted<ListingLogger, WritingDestination>(queue);
+    }
+}
+
+/// Keeps the levels that it is told of after each line.
+class FinishingDestination : public WritingDestination {
+public:
+    using WritingDestination::WritingDestination;
+    void finishWriting(Level level) override { finished.emplace_back(level, lines().size()); }
+    std::vector<std::pair<Level, std::size_t>> finished;
+};
+
+TEST(QueuedDestinationSubclass, IsToldTheLevelOfEachLineAfterItIsWritten) {
+    const auto log = make<XCGLogger>("log", false);
+    const auto destination = make<FinishingDestination>(nullptr, "destination");
+    log->add(destination);
+    log->info("first");
+    log->error("second");
+    log->remove(destination);
+    EXPECT_THAT(destination->finished, ElementsAre(std::pair(Level::info, 1U), std::pair(Level::error, 2U)));
 }
 
 }  // namespace
