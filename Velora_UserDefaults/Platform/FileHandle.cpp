@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -128,21 +129,18 @@ FileResult<void> FileHandle::write(std::string_view bytes) {
 }
 
 FileResult<void> FileHandle::write(std::string_view bytes, std::size_t& written) {
+    std::size_t done = 0;
     if (isOpen() && !canRaiseSigpipe_) {
-        // What nearly every write needs is this one call.
-        if (const ssize_t result = ::write(descriptor_, bytes.data(), bytes.size());
-            result >= 0 && static_cast<std::size_t>(result) == bytes.size()) {
-            written = bytes.size();
+        // Nearly every write needs no more than this one call.
+        done = static_cast<std::size_t>(std::max<ssize_t>(::write(descriptor_, bytes.data(), bytes.size()), 0));
+        if (done == bytes.size()) {
+            written = done;
             return {};
-        } else if (result > 0) {
-            std::size_t rest = 0;
-            const auto done = static_cast<std::size_t>(result);
-            FileResult<void> finished = writeParts(bytes.substr(done), {}, rest);
-            written = done + rest;
-            return finished;
         }
     }
-    return writeParts(bytes, {}, written);
+    FileResult<void> finished = writeParts(bytes.substr(done), {}, written);
+    written += done;
+    return finished;
 }
 
 FileResult<void> FileHandle::write(std::string_view first, std::string_view second) {

@@ -133,11 +133,22 @@ void XCGLogger::learnRecipients() {
 }
 
 void XCGLogger::learnThresholds() noexcept {
+    // Several threads may set thresholds at once. One that finds another lowest after it has stored its own has
+    // perhaps overwritten a newer one.
+    std::int64_t lowest = lowestThreshold();
+    lowestAccepted_.store(lowest);
+    for (std::int64_t now = lowestThreshold(); now != lowest; now = lowestThreshold()) {
+        lowest = now;
+        lowestAccepted_.store(lowest);
+    }
+}
+
+std::int64_t XCGLogger::lowestThreshold() const noexcept {
     std::int64_t lowest = inheritsLogln_ ? rawValue(Level::none) + 1 : 0;
     for (const Recipient& recipient : recipients_) {
         lowest = std::min(lowest, recipient.known == nullptr ? 0 : rawValue(recipient.known->outputLevel_.load()));
     }
-    lowestAccepted_.store(lowest, std::memory_order_relaxed);
+    return lowest;
 }
 
 void XCGLogger::finishMaking() {

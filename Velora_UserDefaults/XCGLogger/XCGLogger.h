@@ -51,10 +51,10 @@ public:
 ///     auto log = velora::make<velora::XCGLogger>("app");        // logs to the console
 ///     log->info("Hello, {}", name);
 ///
-/// **Threads.** Settings are made, and destinations added and removed, before logging starts. After that
-/// any number of threads may log at once; a call runs on the calling thread up to each destination's
-/// writing. A thread may also add or remove destinations in the middle of a log call of its own (in a
-/// message closure, filter or callback).
+/// **Threads.** Settings other than levels are made, and destinations added and removed, before logging starts. After
+/// that any number of threads may log at once; a call runs on the calling thread up to each destination's writing. A
+/// thread may also add or remove destinations in the middle of a log call of its own (in a message closure, filter or
+/// callback).
 ///
 /// **Failures.** Nothing is thrown or returned to the caller of a log call. The engine's own problems
 /// become internal lines (`_logln`); exceptions from the host's closures, filters and formatters are
@@ -84,7 +84,7 @@ public:
     virtual void setIdentifier(std::string identifier) { identifier_ = std::move(identifier); }
 
     /// The threshold. Setting it sets it on every destination present, in list order; those added later
-    /// keep their own.
+    /// keep their own. May be set while other threads log.
     virtual Level outputLevel() const { return outputLevel_.load(std::memory_order_relaxed); }
     virtual void setOutputLevel(Level level);
 
@@ -216,6 +216,7 @@ private:
                      MessageReference message);
     void learnRecipients();
     void learnThresholds() noexcept;
+    std::int64_t lowestThreshold() const noexcept;
     const std::shared_ptr<const DateFormatter>& knownDateFormatter() const;
 
     std::atomic<std::int64_t> lowestAccepted_{0};

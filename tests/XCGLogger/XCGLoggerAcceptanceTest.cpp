@@ -1,9 +1,11 @@
 // Which calls a logger ends before it is asked to log, and which it must not.
 
+#include <algorithm>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -166,6 +168,21 @@ TEST(Acceptance, LetsADestinationOutliveItsLogger) {
     }
     shared->setOutputLevel(Level::info);
     EXPECT_EQ(shared->outputLevel(), Level::info);
+}
+
+TEST(Acceptance, FollowsThresholdsThatSeveralThreadsSetAtOnce) {
+    const RecordedLogger<> recorded;
+    const auto second = recorded.addRecording("second");
+    for (int round = 0; round < 2'000; ++round) {
+        const Level firstLevel = round % 2 == 0 ? Level::error : Level::debug;
+        const Level secondLevel = round % 3 == 0 ? Level::info : Level::none;
+        std::thread other([&] { second->setOutputLevel(secondLevel); });
+        recorded.recording->setOutputLevel(firstLevel);
+        other.join();
+        const Level lowest = std::min(firstLevel, secondLevel);
+        ASSERT_TRUE(recorded.log->mayAccept(lowest));
+        ASSERT_FALSE(recorded.log->mayAccept(static_cast<Level>(rawValue(lowest) - 1)));
+    }
 }
 
 }  // namespace

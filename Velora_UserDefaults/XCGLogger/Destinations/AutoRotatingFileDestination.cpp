@@ -13,7 +13,6 @@
 #include <Velora_UserDefaults/Platform/Text.h>
 #include <Velora_UserDefaults/XCGLogger/Constants.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/AutoRotatingFileDestination.h>
-#include <Velora_UserDefaults/XCGLogger/Destinations/QueuedLine.h>
 
 namespace velora {
 
@@ -255,11 +254,7 @@ bool AutoRotatingFileDestination::shouldRotate() const {
 }
 
 void AutoRotatingFileDestination::rotateFile() {
-    // Lines on the queue were logged for the file as it is now. A thread that holds a file does not wait for
-    // them, because the queue may be waiting for that file.
-    if (!QueuedLine::Deferral::isActive()) {
-        waitForQueue();
-    }
+    finishQueue();
     const HeldFile held(*this);
     if (!mayRotate()) {
         return;

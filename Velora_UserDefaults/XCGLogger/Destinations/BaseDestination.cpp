@@ -118,7 +118,7 @@ void BaseDestination::setOwner(std::shared_ptr<XCGLogger> owner) {
 }
 
 void BaseDestination::setOutputLevel(Level level) {
-    outputLevel_.store(level, std::memory_order_relaxed);
+    outputLevel_.store(level);
     if (observer_ != nullptr) {
         observer_->learnThresholds();
     }

@@ -38,7 +38,7 @@ public:
     void setOwner(std::shared_ptr<XCGLogger> owner) override;
     const std::string& identifier() const override { return identifier_; }
     void setIdentifier(std::string identifier) override { identifier_ = std::move(identifier); }
-    /// `debug` at first.
+    /// `debug` at first. May be set while other threads log.
     Level outputLevel() const override { return outputLevel_.load(std::memory_order_relaxed); }
     void setOutputLevel(Level level) override;
     bool haveLoggedAppDetails() const override { return haveLoggedAppDetails_; }

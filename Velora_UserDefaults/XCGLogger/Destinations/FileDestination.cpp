@@ -193,8 +193,6 @@ void FileDestination::setOwner(std::shared_ptr<XCGLogger> owner) {
     }
 }
 
-/// Lines on the queue were logged for the file as it is now. A thread that holds a file does not wait for
-/// them, because the queue may be waiting for that file.
 void FileDestination::finishQueue() const {
     if (!holdsAFile()) {
         waitForQueue();

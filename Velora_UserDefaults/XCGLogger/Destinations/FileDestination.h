@@ -137,6 +137,9 @@ protected:
         bool isNested_;
     };
 
+    /// Waits for the lines that are on the queue: they were logged for the file as it is now. A thread that holds a
+    /// file does not wait for them, because the queue may be waiting for that file.
+    void finishQueue() const;
     /// Brings what was written to the disk and closes the file, if it is open.
     void closeFile();
     /// Whether the file is being moved to an archive right now, by the thread that holds it.
@@ -150,7 +153,6 @@ private:
     static void stopHoldingLinesBack();
     std::size_t bytesToHoldBack() const noexcept;
     void writeHeldLines();
-    void finishQueue() const;
     void openFile();
     void announceOpening(bool isAppending);
     void goOnIfReplaced();

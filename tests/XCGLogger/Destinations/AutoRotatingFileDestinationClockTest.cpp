@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <support/CountingFormatter.h>
 #include <support/TemporaryFolder.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -36,16 +37,6 @@ namespace velora::test {
 namespace {
 
 constexpr std::int64_t hour = 3'600;
-
-/// Archives named in the order in which they are made, whatever the clock says.
-class CountingFormatter : public DateFormatter {
-public:
-    CountingFormatter() : DateFormatter("yyyy") {}
-    void append(Date /*date*/, std::string& out) const override { out += "_" + std::to_string(++count_); }
-
-private:
-    mutable int count_ = 0;
-};
 
 class AutoRotatingFileDestinationClock : public testing::Test {
 public:

@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <support/CountingFormatter.h>
 #include <support/ForkedChild.h>
 #include <support/RecordingDestination.h>
 #include <support/TemporaryFolder.h>
@@ -73,16 +74,6 @@ std::vector<std::string> filesIn(const fs::path& folder) {
     std::ranges::sort(result);
     return result;
 }
-
-/// A formatter that gives "_1", "_2", … so that archives made within one second have names of their own.
-class CountingFormatter : public DateFormatter {
-public:
-    CountingFormatter() : DateFormatter("yyyy") {}
-    void append(Date /*date*/, std::string& out) const override { out += "_" + std::to_string(++count_); }
-
-private:
-    mutable int count_ = 0;
-};
 
 using Options = AutoRotatingFileDestination::Options;
 

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <support/CountingFormatter.h>
 #include <support/MountNamespace.h>
 #include <support/RecordingDestination.h>
 #include <support/TemporaryFolder.h>
@@ -23,16 +24,6 @@ namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::IsEmpty;
-
-/// Archives named "_1", "_2", …
-class CountingFormatter : public DateFormatter {
-public:
-    CountingFormatter() : DateFormatter("yyyy") {}
-    void append(Date /*date*/, std::string& out) const override { out += "_" + std::to_string(++count_); }
-
-private:
-    mutable int count_ = 0;
-};
 
 class UnmarkableArchive : public testing::Test {
 protected:

@@ -9,7 +9,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
-#include <spawn.h>
 #include <string>
 #include <string_view>
 #include <sys/wait.h>
@@ -25,6 +24,7 @@
 
 #include "XCGLogger/Destinations/DestinationTestSupport.h"
 #include "support/ForkedChild.h"
+#include "support/OwnProcess.h"
 #include "support/RecordingDestination.h"
 #include "support/TemporaryFolder.h"
 
@@ -241,22 +241,6 @@ TEST_F(FileDestinationBufferTest, KeepsEveryLineOfSeveralThreadsWhole) {
     EXPECT_THAT(next, testing::Each(linesPerThread));
 }
 
-/// Runs this program as a process of its own, for one of the tests below; returns its status.
-int statusOfProcess(const std::string& name, const std::string& path) {
-    const std::string filter = "--gtest_filter=AProcess.DISABLED_" + name;
-    std::array<const char*, 5> arguments{"test", filter.c_str(), "--gtest_also_run_disabled_tests", "--gtest_brief=1",
-                                         nullptr};
-    ::setenv("VELORA_TEST_LOG", path.c_str(), 1);
-    pid_t process = -1;
-    int status = -1;
-    if (::posix_spawn(&process, "/proc/self/exe", nullptr, nullptr, const_cast<char**>(arguments.data()), environ) ==
-        0) {
-        ::waitpid(process, &status, 0);
-    }
-    ::unsetenv("VELORA_TEST_LOG");
-    return status;
-}
-
 /// A logger that nobody takes apart, to the file that the environment names.
 XCGLogger& logForEver() {
     const char* const path = std::getenv("VELORA_TEST_LOG");
@@ -295,18 +279,18 @@ TEST(AProcess, DISABLED_ThatIsKilled) {
 TEST_F(FileDestinationBufferTest, IsWrittenWhenTheProcessEnds) {
     for (const char* const name : {"ThatReturnsFromMain", "ThatExits"}) {
         const std::string path = folder_ / name;
-        EXPECT_EQ(statusOfProcess(name, path), 0);
+        EXPECT_EQ(statusOfProcess(std::string("AProcess.DISABLED_") + name, path), 0);
         EXPECT_THAT(logged(path), ElementsAre("> line 1"));
     }
 }
 
 TEST_F(FileDestinationBufferTest, HoldsNothingBackThatStaticDestructorsLog) {
-    EXPECT_EQ(statusOfProcess("ThatLogsInAStaticDestructor", path_), 0);
+    EXPECT_EQ(statusOfProcess("AProcess.DISABLED_ThatLogsInAStaticDestructor", path_), 0);
     EXPECT_THAT(logged(path_), ElementsAre("> line 1", "> line of a static destructor"));
 }
 
 TEST_F(FileDestinationBufferTest, CostsAtMostItsCapacityWhenTheProcessIsKilled) {
-    EXPECT_EQ(statusOfProcess("ThatIsKilled", path_), SIGKILL);
+    EXPECT_EQ(statusOfProcess("AProcess.DISABLED_ThatIsKilled", path_), SIGKILL);
     const std::vector<std::string> lines = logged(path_);
     constexpr std::size_t sizeOfALine = 11;  // "> line 999\n"
     EXPECT_LT((1'000 - lines.size()) * sizeOfALine, 100U);

@@ -19,7 +19,6 @@
 #include <memory>
 #include <new>
 #include <optional>
-#include <spawn.h>
 #include <string>
 #include <string_view>
 #include <sys/mman.h>
@@ -33,6 +32,7 @@
 
 #include "XCGLogger/Destinations/DestinationTestSupport.h"
 #include "support/ForkedChild.h"
+#include "support/OwnProcess.h"
 #include "support/RecordingDestination.h"
 #include "support/TemporaryFolder.h"
 
@@ -544,23 +544,6 @@ TEST_F(FileDestinationForkTest, GoesOnInAChildForkedWhileAnotherThreadMovesTheFi
     EXPECT_THAT(splitLines(readFile(folder_ / "archive.log")), testing::Contains("> before"));
     EXPECT_THAT(splitLines(readFile(folder_ / "childs.log")), testing::Contains("> of the child"));
     EXPECT_EQ(splitLines(readFile(folder_ / "app.log")).back(), "> after");
-}
-
-/// Runs this program again as a process of its own that runs the one test `name`, with `path` in its environment, and
-/// returns its status as waitpid(2) gives it.
-int statusOfProcess(const std::string& name, const std::string& path) {
-    const std::string filter = "--gtest_filter=" + name;
-    std::array<const char*, 5> arguments{"test", filter.c_str(), "--gtest_also_run_disabled_tests", "--gtest_brief=1",
-                                         nullptr};
-    ::setenv("VELORA_TEST_LOG", path.c_str(), 1);
-    pid_t process = -1;
-    int status = -1;
-    if (::posix_spawn(&process, "/proc/self/exe", nullptr, nullptr, const_cast<char**>(arguments.data()), environ) ==
-        0) {
-        ::waitpid(process, &status, 0);
-    }
-    ::unsetenv("VELORA_TEST_LOG");
-    return status;
 }
 
 constexpr int linesAtExit = 5'000;
