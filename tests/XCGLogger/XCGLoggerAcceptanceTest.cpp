@@ -1,6 +1,7 @@
 // Which calls a logger ends before it is asked to log, and which it must not.
 
 #include <algorithm>
+#include <atomic>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -171,18 +172,36 @@ TEST(Acceptance, LetsADestinationOutliveItsLogger) {
 }
 
 TEST(Acceptance, FollowsThresholdsThatSeveralThreadsSetAtOnce) {
+    constexpr int rounds = 50'000;
     const RecordedLogger<> recorded;
     const auto second = recorded.addRecording("second");
-    for (int round = 0; round < 2'000; ++round) {
-        const Level firstLevel = round % 2 == 0 ? Level::error : Level::debug;
-        const Level secondLevel = round % 3 == 0 ? Level::info : Level::none;
-        std::thread other([&] { second->setOutputLevel(secondLevel); });
-        recorded.recording->setOutputLevel(firstLevel);
-        other.join();
-        const Level lowest = std::min(firstLevel, secondLevel);
-        ASSERT_TRUE(recorded.log->mayAccept(lowest));
-        ASSERT_FALSE(recorded.log->mayAccept(static_cast<Level>(rawValue(lowest) - 1)));
+    const auto firstLevel = [](int round) { return round % 2 == 0 ? Level::error : Level::debug; };
+    const auto secondLevel = [](int round) { return round % 3 == 0 ? Level::info : Level::none; };
+    std::atomic<int> begun = -1;
+    std::atomic<int> done = -1;
+    std::thread other([&] {
+        for (int round = 0; round < rounds; ++round) {
+            while (begun < round) {
+                std::this_thread::yield();
+            }
+            second->setOutputLevel(secondLevel(round));
+            done = round;
+        }
+    });
+    int wrong = 0;
+    for (int round = 0; round < rounds; ++round) {
+        begun = round;
+        recorded.recording->setOutputLevel(firstLevel(round));
+        while (done < round) {
+            std::this_thread::yield();
+        }
+        const Level lowest = std::min(firstLevel(round), secondLevel(round));
+        const bool isRight =
+            recorded.log->mayAccept(lowest) && !recorded.log->mayAccept(static_cast<Level>(rawValue(lowest) - 1));
+        wrong += isRight ? 0 : 1;
     }
+    other.join();
+    EXPECT_EQ(wrong, 0);
 }
 
 }  // namespace
