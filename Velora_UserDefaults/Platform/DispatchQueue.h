@@ -113,7 +113,7 @@ public:
     };
 
     /// How many pieces of work may wait in a queue that was made without saying.
-    static constexpr std::size_t defaultCapacity = 65'536;
+    static constexpr std::size_t defaultCapacity = 8'192;
 
     /// A batch ends after this many pieces of work, even if more are waiting.
     static constexpr std::size_t maximumBatch = 512;

@@ -12,21 +12,12 @@ namespace velora {
 /// The name of the type of the exception being handled, as in C++ source; inside a `catch` block only.
 std::string currentExceptionTypeName();
 
-/// Runs `closure()` and returns whether it came to its end. If it throws, `report(text)` gets a description of the
-/// exception as `std::string_view`, valid during the call: what `what()` says, or for an exception that is no
-/// `std::exception`, or says nothing, the name of its type.
-///
-/// What `report` throws goes to the caller. Cancellation of the thread (pthread_cancel(3), pthread_exit(3)), which
-/// passes through C++ code as if it were an exception, goes on, as it must, and is not reported.
-/// Runs on the calling thread, and costs nothing unless something is thrown.
+/// What `guarded` does with the exception being handled; apart from it, so that `guarded` is inlined.
 // A cancellation is caught without an object, by a reference to none: a sanitizer must not take offence.
-template <class Closure, class Report>
-[[gnu::no_sanitize("null")]] bool guarded(
-    Closure&& closure,
-    Report&& report) {  // NOLINT(cppcoreguidelines-missing-std-forward): called, not passed on
+template <class Report>
+[[gnu::cold, gnu::noinline, gnu::no_sanitize("null")]] void reportCurrentException(Report& report) {
     try {
-        closure();
-        return true;
+        throw;
     } catch (const abi::__forced_unwind&) {
         throw;
     } catch (const std::exception& exception) {
@@ -39,7 +30,25 @@ template <class Closure, class Report>
     } catch (...) {
         report(std::string_view(currentExceptionTypeName()));
     }
-    return false;
+}
+
+/// Runs `closure()` and returns whether it came to its end. If it throws, `report(text)` gets a description of the
+/// exception as `std::string_view`, valid during the call: what `what()` says, or for an exception that is no
+/// `std::exception`, or says nothing, the name of its type.
+///
+/// What `report` throws goes to the caller. Cancellation of the thread (pthread_cancel(3), pthread_exit(3)), which
+/// passes through C++ code as if it were an exception, goes on, as it must, and is not reported.
+/// Runs on the calling thread, and costs nothing unless something is thrown.
+template <class Closure, class Report>
+bool guarded(Closure&& closure,
+             Report&& report) {  // NOLINT(cppcoreguidelines-missing-std-forward): called, not passed on
+    try {
+        closure();
+        return true;
+    } catch (...) {
+        reportCurrentException(report);
+        return false;
+    }
 }
 
 }  // namespace velora

@@ -129,18 +129,7 @@ FileResult<void> FileHandle::write(std::string_view bytes) {
 }
 
 FileResult<void> FileHandle::write(std::string_view bytes, std::size_t& written) {
-    std::size_t done = 0;
-    if (isOpen() && !canRaiseSigpipe_) {
-        // Nearly every write needs no more than this one call.
-        done = static_cast<std::size_t>(std::max<ssize_t>(::write(descriptor_, bytes.data(), bytes.size()), 0));
-        if (done == bytes.size()) {
-            written = done;
-            return {};
-        }
-    }
-    FileResult<void> finished = writeParts(bytes.substr(done), {}, written);
-    written += done;
-    return finished;
+    return writeParts(bytes, {}, written);
 }
 
 FileResult<void> FileHandle::write(std::string_view first, std::string_view second) {

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <Velora_UserDefaults/Platform/Export.h>
 #include <Velora_UserDefaults/Platform/FileError.h>
@@ -42,6 +43,15 @@ public:
     FileResult<void> write(std::string_view bytes);
     /// As above; `written` gets the number of bytes written, which is less than all only on failure.
     FileResult<void> write(std::string_view bytes, std::size_t& written);
+    /// Writes as much of `bytes` as one system call takes, in nearly every case all, and returns how much: nothing
+    /// if that failed, or is better left to `write`, which does the rest and tells of failures.
+    std::size_t writeOnce(std::string_view bytes) noexcept {
+        if (!isOpen() || canRaiseSigpipe_) {
+            return 0;
+        }
+        const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
+        return written > 0 ? static_cast<std::size_t>(written) : 0;
+    }
     /// Writes `first` and then `second`, together as above, without copying them into one.
     FileResult<void> write(std::string_view first, std::string_view second);
 

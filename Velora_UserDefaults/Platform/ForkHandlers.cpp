@@ -6,6 +6,8 @@
 
 namespace velora {
 
+constinit std::atomic<std::uint64_t> forkCount{0};
+
 /// The list of handlers. It is constant-initialised and never destroyed, so that static objects of any
 /// file may hold handlers.
 class ForkRegistry {
@@ -29,8 +31,6 @@ public:
         return installed;
     }
 
-    [[nodiscard]] std::uint64_t generation() const { return generation_.load(std::memory_order_relaxed); }
-
 private:
     static void beforeFork();
     static void inParent();
@@ -47,7 +47,6 @@ private:
     std::mutex lock_;
     ForkHandler* first_ = nullptr;
     ForkHandler* last_ = nullptr;
-    std::atomic<std::uint64_t> generation_{0};
 };
 
 namespace {
@@ -74,13 +73,9 @@ void ForkRegistry::inParent() {
 }
 
 void ForkRegistry::inChild() {
-    registry.generation_.fetch_add(1, std::memory_order_relaxed);
+    forkCount.fetch_add(1, std::memory_order_relaxed);
     registry.runInOrder(&ForkFunctions::inChild);
     registry.lock_.unlock();
-}
-
-std::uint64_t forkGeneration() {
-    return registry.generation();
 }
 
 ForkHandler::ForkHandler(ForkFunctions functions, void* context) : functions_(functions), context_(context) {

@@ -6,6 +6,7 @@
 /// One pthread_atfork(3) registration serves the whole library. It sees `fork(2)` as the C library
 /// does it; `vfork`, `_Fork`, `posix_spawn` and a bare `clone` run nothing.
 
+#include <atomic>
 #include <cstdint>
 
 namespace velora {
@@ -13,7 +14,10 @@ namespace velora {
 /// How many forks lie between the process that loaded the library and this one: 0 at first, one more
 /// in each child. Differs between a parent and its child, and so tells whether something made earlier
 /// was made by this process. Costs a relaxed atomic load; any thread.
-std::uint64_t forkGeneration();
+inline std::uint64_t forkGeneration() noexcept {
+    extern std::atomic<std::uint64_t> forkCount;
+    return forkCount.load(std::memory_order_relaxed);
+}
 
 /// Functions that run around a fork, all on the forking thread. Null ones are left out.
 struct ForkFunctions {

@@ -13,6 +13,7 @@
 #include <Velora_UserDefaults/Platform/Reused.h>
 #include <Velora_UserDefaults/Platform/TypeName.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/BaseDestination.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/BaseQueuedDestination.h>
 #include <Velora_UserDefaults/XCGLogger/EngineGuard.h>
 #include <Velora_UserDefaults/XCGLogger/InternalUserInfo.h>
 #include <Velora_UserDefaults/XCGLogger/LogCallScope.h>
@@ -111,9 +112,18 @@ XCGLogger::XCGLogger(Making key, std::string identifier, bool includeDefaultDest
       noMessageClosure_([] { return ""; }) {}
 
 XCGLogger::~XCGLogger() {
-    for (const Recipient& recipient : recipients_) {
-        if (recipient.known != nullptr) {
-            recipient.known->observer_ = nullptr;
+    for (const auto& destination : destinations_) {
+        letGo(*destination);
+    }
+}
+
+/// Ends what this logger does for a destination in its list.
+void XCGLogger::letGo(DestinationProtocol& destination) {
+    if (auto* const known = dynamic_cast<BaseDestination*>(&destination);
+        known != nullptr && known->observer_ == this) {
+        known->observer_ = nullptr;
+        if (auto* const queued = dynamic_cast<BaseQueuedDestination*>(known)) {
+            queued->outliveQueuedLines();
         }
     }
 }
@@ -124,10 +134,11 @@ void XCGLogger::learnRecipients() {
     recipients_.clear();
     for (const auto& destination : destinations_) {
         const auto* known = dynamic_cast<const BaseDestination*>(destination.get());
-        if (known != nullptr && known->inheritsThreshold_ && known->observer_ == nullptr) {
+        if (known != nullptr && known->observer_ == nullptr) {
             known->observer_ = this;
         }
-        recipients_.push_back({destination.get(), known != nullptr && known->observer_ == this ? known : nullptr});
+        const bool tellsItsThreshold = known != nullptr && known->inheritsThreshold_ && known->observer_ == this;
+        recipients_.push_back({destination.get(), tellsItsThreshold ? known : nullptr});
     }
     learnThresholds();
 }
@@ -226,10 +237,7 @@ bool XCGLogger::remove(const std::shared_ptr<DestinationProtocol>& destination) 
     const std::shared_ptr<XCGLogger> self = shared_from_this();
     registered->setOwner(nullptr);
     std::erase(destinations_, registered);
-    if (const auto* const known = dynamic_cast<const BaseDestination*>(registered.get());
-        known != nullptr && known->observer_ == this) {
-        known->observer_ = nullptr;
-    }
+    letGo(*registered);
     learnRecipients();
     LogCallScope::keepUntilCallEnds(registered);
     return true;
@@ -249,17 +257,11 @@ bool XCGLogger::accepts(const Recipient& recipient, Level level) {
                                       : isAccepted(*recipient.destination, level);
 }
 
-void XCGLogger::logln(Level level, const SourceLocation& place, UserInfoReference userInfo, MessageReference message) {
-    for (std::size_t index = 0; index < recipients_.size(); ++index) {
-        if (accepts(recipients_[index], level)) {
-            reportingExceptions([&] { logAccepted(index, level, place, userInfo, message); });
-            return;
-        }
-    }
-}
-
-void XCGLogger::logAccepted(std::size_t firstAccepting, Level level, const SourceLocation& place,
-                            UserInfoReference userInfo, MessageReference message) {
+// After the system call of a write a processor has forgotten where functions return to: on the way of a line each
+// one that is inlined is some nanoseconds less.
+[[gnu::always_inline]] inline void XCGLogger::logAccepted(std::size_t firstAccepting, Level level,
+                                                          const SourceLocation& place, UserInfoReference userInfo,
+                                                          MessageReference message) {
     const LogCallScope scope;
     // Asked before the message is rendered: its closure may change the list.
     DestinationProtocol* last = recipients_[firstAccepting].destination;
@@ -295,6 +297,16 @@ void XCGLogger::logAccepted(std::size_t firstAccepting, Level level, const Sourc
         }
     }
     last->process(*record);
+}
+
+void XCGLogger::logln(Level level, const SourceLocation& place, UserInfoReference userInfo, MessageReference message) {
+    std::size_t index = 0;
+    while (index < recipients_.size() && !accepts(recipients_[index], level)) {
+        ++index;
+    }
+    if (index < recipients_.size()) {
+        reportingExceptions([&] { logAccepted(index, level, place, userInfo, message); });
+    }
 }
 
 void XCGLogger::logAppDetails(DestinationProtocol* selectedDestination) {

@@ -214,6 +214,7 @@ private:
     static bool accepts(const Recipient& recipient, Level level);
     void logAccepted(std::size_t firstAccepting, Level level, const SourceLocation& place, UserInfoReference userInfo,
                      MessageReference message);
+    void letGo(DestinationProtocol& destination);
     void learnRecipients();
     void learnThresholds() noexcept;
     std::int64_t lowestThreshold() const noexcept;

@@ -14,7 +14,7 @@ namespace {
 class NullAsync {
 public:
     NullAsync()
-        : pool_(std::make_shared<spdlog::details::thread_pool>(65'536, 1)),
+        : pool_(std::make_shared<spdlog::details::thread_pool>(8'192, 1)),
           log_(std::make_shared<spdlog::async_logger>("x", std::make_shared<spdlog::sinks::null_sink_mt>(), pool_,
                                                       spdlog::async_overflow_policy::block)) {}
 

@@ -62,7 +62,7 @@ inline spdlog::sink_ptr spdlogFile(const std::string& path) {
 class SpdlogAsync {
 public:
     explicit SpdlogAsync(const std::string& path)
-        : pool_(std::make_shared<spdlog::details::thread_pool>(65'536, 1)),
+        : pool_(std::make_shared<spdlog::details::thread_pool>(8'192, 1)),
           log_(std::make_shared<spdlog::async_logger>("bench", spdlogFile(path), pool_,
                                                       spdlog::async_overflow_policy::block)) {
         log_->set_pattern(spdlogPattern);

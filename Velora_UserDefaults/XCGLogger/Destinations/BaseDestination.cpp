@@ -153,32 +153,9 @@ std::string_view BaseDestination::levelText(const XCGLogger& owner, Level level)
     return description(level);
 }
 
-void BaseDestination::process(LogDetails& logDetails) {
-    const XCGLogger* const owner = knownOwner();
-    if (owner == nullptr) {
-        return;
-    }
-    Columns asked;
-    const Columns& columns = this->columns(asked);
-    outputLine(logDetails, *owner, columns, columns.showLevel ? levelText(*owner, logDetails.level) : "");
-}
-
-void BaseDestination::processInternal(LogDetails& logDetails) {
-    const XCGLogger* const owner = knownOwner();
-    if (owner == nullptr) {
-        return;
-    }
-    Columns asked;
-    Columns columns = this->columns(asked);
-    columns.showThreadName = false;
-    columns.showFileName = false;
-    columns.showLineNumber = false;
-    columns.showFunctionName = false;
-    outputLine(logDetails, *owner, columns, description(logDetails.level));
-}
-
-void BaseDestination::outputLine(LogDetails& logDetails, const XCGLogger& owner, const Columns& columns,
-                                 std::string_view levelWord) {
+// Inlined, as all that is on the way of a line: after a system call returns are expensive.
+[[gnu::always_inline]] inline void BaseDestination::outputLine(LogDetails& logDetails, const XCGLogger& owner,
+                                                               const Columns& columns, std::string_view levelWord) {
     std::string_view identifier;
     if (columns.showLogIdentifier) {
         identifier = owner.inheritsLayout_ ? owner.identifier_ : owner.identifier();
@@ -227,6 +204,30 @@ void BaseDestination::outputLine(LogDetails& logDetails, const XCGLogger& owner,
     writer.append(logDetails.message);
     output(logDetails, memory->line(static_cast<std::size_t>(writer.position() - begin)));
     memory->shrink();
+}
+
+void BaseDestination::process(LogDetails& logDetails) {
+    const XCGLogger* const owner = knownOwner();
+    if (owner == nullptr) {
+        return;
+    }
+    Columns asked;
+    const Columns& columns = this->columns(asked);
+    outputLine(logDetails, *owner, columns, columns.showLevel ? levelText(*owner, logDetails.level) : "");
+}
+
+void BaseDestination::processInternal(LogDetails& logDetails) {
+    const XCGLogger* const owner = knownOwner();
+    if (owner == nullptr) {
+        return;
+    }
+    Columns asked;
+    Columns columns = this->columns(asked);
+    columns.showThreadName = false;
+    columns.showFileName = false;
+    columns.showLineNumber = false;
+    columns.showFunctionName = false;
+    outputLine(logDetails, *owner, columns, description(logDetails.level));
 }
 
 bool BaseDestination::isEnabledFor(Level level) const {

@@ -129,7 +129,7 @@ private:
     LevelTexts levelDescriptions_;
     bool inheritsThreshold_ = false;
     bool inheritsLayout_ = false;
-    /// The logger that has this destination in its list and takes its threshold from here.
+    /// The logger that has this destination in its list, and is told when its threshold changes.
     mutable XCGLogger* observer_ = nullptr;
 };
 

@@ -11,6 +11,18 @@ BaseQueuedDestination::BaseQueuedDestination(Making key, std::shared_ptr<XCGLogg
 
 BaseQueuedDestination::~BaseQueuedDestination() = default;
 
+void BaseQueuedDestination::setLogQueue(std::shared_ptr<DispatchQueue> queue) {
+    outliveQueuedLines();
+    logQueue_ = std::move(queue);
+}
+
+/// Has this destination live until the lines are written that are on its queue now.
+void BaseQueuedDestination::outliveQueuedLines() {
+    if (logQueue_ && finished_.load(std::memory_order_acquire) != handedOver_.load(std::memory_order_relaxed)) {
+        logQueue_->async([self = shared_from_this()] {});
+    }
+}
+
 void BaseQueuedDestination::setOwner(std::shared_ptr<XCGLogger> owner) {
     if (this->owner()) {
         waitForQueue();
@@ -26,10 +38,17 @@ void BaseQueuedDestination::waitForQueue() const {
 
 void BaseQueuedDestination::output(LogDetails& logDetails, std::string& message) {
     if (const std::shared_ptr<DispatchQueue>& queue = logQueue()) {
-        QueuedLine::submit(*queue, shared_from_this(), logDetails, message);
+        QueuedLine::submit(*queue, *this, logDetails, message);
     } else {
         outputNow(logDetails, message);
     }
+}
+
+void BaseQueuedDestination::writeNow(Level level, std::string_view message) {
+    reportingExceptions([&] {
+        write(message);
+        finishWriting(level);
+    });
 }
 
 void BaseQueuedDestination::outputNow(LogDetails& logDetails, std::string& message) {
@@ -39,10 +58,7 @@ void BaseQueuedDestination::outputNow(LogDetails& logDetails, std::string& messa
         }
         applyFormatters(logDetails, message);
     }
-    reportingExceptions([&] {
-        write(message);
-        finishWriting(logDetails.level);
-    });
+    writeNow(logDetails.level, message);
 }
 
 /// Whether there is, or may be, any filter or formatter.

@@ -1,5 +1,6 @@
 #include <atomic>
 #include <cstddef>
+#include <string_view>
 
 #include <Velora_UserDefaults/XCGLogger/Destinations/QueuedLine.h>
 #include <Velora_UserDefaults/XCGLogger/EngineGuard.h>
@@ -24,6 +25,7 @@ public:
         }
         QueuedLine* const line = own_.lines;
         own_.lines = line->next_;
+        fetchEarly(own_.lines);
         return line;
     }
 
@@ -52,6 +54,21 @@ private:
         }
     };
 
+    /// Has the processor fetch a line that the queue's thread used last, to be written to when it is needed. An
+    /// atomic operation, such as handing over a line, waits until all that was written before has its memory.
+    static void fetchEarly(const QueuedLine* line) noexcept {
+        constexpr std::size_t cacheLine = 64;
+        const char* const begin = reinterpret_cast<const char*>(line);
+        for (std::size_t offset = 0; offset < 4 * cacheLine; offset += cacheLine) {
+#if defined(__x86_64__)
+            // What the compiler makes of the intent to write is a fetch to read.
+            __asm__ volatile("prefetchw %0" : : "m"(begin[offset]));
+#else
+            __builtin_prefetch(begin + offset, 1);
+#endif
+        }
+    }
+
     static void arm() {
         if (!own_.isArmed) {
             static thread_local const Disposer disposer;
@@ -78,7 +95,7 @@ void QueuedLine::Deferral::handOver() noexcept {
     QueuedLine* line = std::exchange(first_, nullptr);
     while (line != nullptr) {
         QueuedLine& each = *std::exchange(line, line->next_);
-        if (const auto queue = static_cast<BaseQueuedDestination&>(*each.destination_).logQueue()) {
+        if (const auto queue = each.destination_->logQueue()) {
             queue->async(each);
         } else {
             each.run();
@@ -86,19 +103,36 @@ void QueuedLine::Deferral::handOver() noexcept {
     }
 }
 
-void QueuedLine::submit(DispatchQueue& queue, std::shared_ptr<BaseDestination> destination, LogDetails& logDetails,
+void QueuedLine::takeOver(BaseQueuedDestination& destination, LogDetails& logDetails, std::string& message) {
+    destination_ = &destination;
+    level_ = logDetails.level;
+    hasRecord_ = destination.mayFilterOrFormat();
+    isShort_ = !hasRecord_ && message.size() <= text_.size();
+    if (isShort_) {
+        size_ = static_cast<std::uint16_t>(message.copy(text_.data(), text_.size()));
+        return;
+    }
+    message_.swap(message);
+    if (hasRecord_) {
+        if (!record_) {
+            record_ = std::make_unique<LogDetails>();
+        }
+        std::swap(*record_, logDetails);
+    }
+}
+
+void QueuedLine::submit(DispatchQueue& queue, BaseQueuedDestination& destination, LogDetails& logDetails,
                         std::string& message) {
     QueuedLine* const line = QueuedLinePool::take();
-    line->destination_ = std::move(destination);
-    line->logDetails_.level = logDetails.level;
-    line->logDetails_.date = logDetails.date;
-    line->logDetails_.message.swap(logDetails.message);
-    line->logDetails_.functionName = logDetails.functionName;
-    line->logDetails_.fileName = logDetails.fileName;
-    line->logDetails_.lineNumber = logDetails.lineNumber;
-    line->logDetails_.userInfo.swap(logDetails.userInfo);
-    line->message_.swap(message);
-    if (Deferral::isActive()) {
+    line->takeOver(destination, logDetails, message);
+    // A line that this thread holds back is not on the queue yet, where others could wait for it.
+    const bool isDeferred = Deferral::isActive();
+    if (isDeferred || !destination.isKeptByLogger()) {
+        line->keptAlive_ = destination.shared_from_this();
+    } else {
+        destination.noteHandedOver();
+    }
+    if (isDeferred) {
         Deferral::keep(*line);
     } else {
         queue.async(*line);
@@ -106,20 +140,36 @@ void QueuedLine::submit(DispatchQueue& queue, std::shared_ptr<BaseDestination> d
 }
 
 void QueuedLine::run() noexcept {
-    constexpr std::size_t keptCapacity = 4'096;
-    {
-        const std::shared_ptr<BaseDestination> destination = std::move(destination_);
-        reportingExceptions(
-            [&] { static_cast<BaseQueuedDestination&>(*destination).outputNow(logDetails_, message_); });
+    output();
+    if (hasRecord_ && !record_->userInfo.empty()) {
+        record_->userInfo.clear();
     }
-    if (logDetails_.message.capacity() > keptCapacity || message_.capacity() > keptCapacity) {
+    if (keptAlive_) {
+        keptAlive_.reset();
+    } else {
+        destination_->noteFinished();
+    }
+    if (isTooLargeToKeep()) {
         delete this;
-        return;
+    } else {
+        QueuedLinePool::giveBack(this);
     }
-    if (!logDetails_.userInfo.empty()) {
-        logDetails_.userInfo.clear();
+}
+
+void QueuedLine::output() noexcept {
+    if (hasRecord_) {
+        reportingExceptions([&] { destination_->outputNow(*record_, message_); });
+    } else {
+        destination_->writeNow(level_, isShort_ ? std::string_view(text_.data(), size_) : message_);
     }
-    QueuedLinePool::giveBack(this);
+}
+
+bool QueuedLine::isTooLargeToKeep() const noexcept {
+    constexpr std::size_t keptCapacity = 4'096;
+    if (isShort_) {
+        return false;
+    }
+    return message_.capacity() > keptCapacity || (hasRecord_ && record_->message.capacity() > keptCapacity);
 }
 
 }  // namespace velora

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
@@ -10,15 +12,19 @@
 
 namespace velora {
 
-/// One composed line on its way through a queue, with its record and its destination. Internal.
+/// One composed line on its way through a queue. Internal.
+///
+/// Its record goes with it only where a filter or formatter may ask for it; else a line of usual length is copied. A
+/// line of a destination that is in a logger's list relies on that to keep the destination alive
+/// (`BaseQueuedDestination::outliveQueuedLines`); any other one does so itself.
 ///
 /// Lines are taken from a pool and go back to it with the memory of their texts, so that in a steady
 /// stream handing over a line allocates nothing.
 class QueuedLine final : public DispatchQueue::Task {
 public:
-    /// Hands the line to the destination's queue, and gives other texts' memory for it, whatever is in that. Called
+    /// Hands the line to the destination's queue. May give other texts' memory for it, whatever is in that. Called
     /// by the logging thread.
-    static void submit(DispatchQueue& queue, std::shared_ptr<BaseDestination> destination, LogDetails& logDetails,
+    static void submit(DispatchQueue& queue, BaseQueuedDestination& destination, LogDetails& logDetails,
                        std::string& message);
 
     void run() noexcept override;
@@ -52,10 +58,26 @@ public:
 private:
     friend class QueuedLinePool;
 
-    std::shared_ptr<BaseDestination> destination_;
-    LogDetails logDetails_;
-    std::string message_;
+    void takeOver(BaseQueuedDestination& destination, LogDetails& logDetails, std::string& message);
+    void output() noexcept;
+    bool isTooLargeToKeep() const noexcept;
+
+    // What the logging thread changes and the queue's thread reads of most lines is together, and is not read by the
+    // logging thread: a value that another processor has just changed is slow to read, but not to overwrite.
+    BaseQueuedDestination* destination_ = nullptr;
     QueuedLine* next_ = nullptr;
+    /// Empty for a destination that its logger keeps alive.
+    std::shared_ptr<BaseDestination> keptAlive_;
+    Level level_{};
+    bool hasRecord_ = false;
+    /// Whether the text is in `text_`, of which it has so many bytes then, or in `message_`.
+    bool isShort_ = false;
+    std::uint16_t size_ = 0;
+    std::array<char, 192> text_;
+
+    std::string message_;
+    /// Made with the first line that needs one, and kept for the next.
+    std::unique_ptr<LogDetails> record_;
 };
 
 }  // namespace velora

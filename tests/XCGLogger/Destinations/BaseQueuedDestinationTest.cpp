@@ -232,31 +232,130 @@ TEST_F(BaseQueuedDestinationTest, KeepsTheOrderOfEachThread) {
     EXPECT_EQ(next, std::vector<int>(threadCount, lineCount));
 }
 
-TEST_F(BaseQueuedDestinationTest, LivesUntilItsLastLineIsWritten) {
-    static std::vector<std::string> written;
-    class Telling : public BaseQueuedDestination {
-    public:
-        using BaseQueuedDestination::BaseQueuedDestination;
-        void write(std::string_view message) override { written.emplace_back(message); }
-    };
-    written.clear();
-    auto destination = make<Telling>(logger_.log, "telling");
-    hideColumns(*destination);
-    destination->setLogQueue(queue_);
-    const std::weak_ptr<Telling> weak = destination;
+/// Tells what it wrote when it is gone, too.
+class Telling : public BaseQueuedDestination {
+public:
+    using BaseQueuedDestination::BaseQueuedDestination;
+    void write(std::string_view message) override { written.emplace_back(message); }
+
+    static inline std::vector<std::string> written;
+};
+
+/// What keeps a destination alive until its lines are written, whatever it left meanwhile.
+class BaseQueuedDestinationLifetimeTest : public BaseQueuedDestinationTest {
+protected:
+    BaseQueuedDestinationLifetimeTest() {
+        Telling::written.clear();
+        hideColumns(*telling_);
+        telling_->setLogQueue(queue_);
+    }
+
+    void expectAllWritten() {
+        queue_->drain();
+        EXPECT_THAT(Telling::written, ElementsAre("> one", "> two", "> three"));
+        queue_->drain();
+        EXPECT_TRUE(weak_.expired());
+    }
+    void logThreeLines(XCGLogger& logger) {
+        for (const char* const text : {"one", "two", "three"}) {
+            logger.info(text);
+        }
+    }
+
+    std::shared_ptr<Telling> telling_ = make<Telling>(logger_.log, "telling");
+    const std::weak_ptr<Telling> weak_ = telling_;
+};
+
+TEST_F(BaseQueuedDestinationLifetimeTest, LivesUntilItsLastLineIsWritten) {
     {
         const Gate gate(*queue_);
         for (const char* const text : {"one", "two", "three"}) {
             LogDetails record = aRecord(text);
-            destination->process(record);
+            telling_->process(record);
         }
-        destination.reset();
-        EXPECT_FALSE(weak.expired());
-        EXPECT_THAT(written, ElementsAre());
+        telling_.reset();
+        EXPECT_FALSE(weak_.expired());
+        EXPECT_THAT(Telling::written, ElementsAre());
+    }
+    expectAllWritten();
+}
+
+TEST_F(BaseQueuedDestinationLifetimeTest, OutlivesItsRemovalByWorkOfItsOwnQueue) {
+    log_.add(telling_);
+    queue_->sync([&] {
+        logThreeLines(log_);
+        log_.remove(telling_);
+        telling_.reset();
+        EXPECT_FALSE(weak_.expired());
+        EXPECT_THAT(Telling::written, ElementsAre());
+    });
+    expectAllWritten();
+}
+
+TEST_F(BaseQueuedDestinationLifetimeTest, OutlivesItsLogger) {
+    std::shared_ptr<XCGLogger> logger = make<XCGLogger>("other", false);
+    logger->add(telling_);
+    queue_->sync([&] {
+        logThreeLines(*logger);
+        telling_->setOwner(nullptr);
+        telling_.reset();
+        EXPECT_EQ(logger.use_count(), 1);
+        logger.reset();
+        EXPECT_FALSE(weak_.expired());
+        EXPECT_THAT(Telling::written, ElementsAre());
+    });
+    expectAllWritten();
+}
+
+TEST_F(BaseQueuedDestinationLifetimeTest, GoesWithItsLoggerIfNoLineIsLeft) {
+    std::shared_ptr<XCGLogger> logger = make<XCGLogger>("other", false);
+    logger->add(telling_);
+    logThreeLines(*logger);
+    queue_->drain();
+    const Gate gate(*queue_);
+    // As the queue sees it, this waits for nothing.
+    queue_->async([] {});
+    telling_->setLogQueue(nullptr);
+    telling_->setOwner(nullptr);
+    telling_.reset();
+    logger.reset();
+    EXPECT_TRUE(weak_.expired());
+}
+
+TEST_F(BaseQueuedDestinationLifetimeTest, OutlivesItsChangeToAnotherQueue) {
+    log_.add(telling_);
+    {
+        const Gate gate(*queue_);
+        logThreeLines(log_);
+        telling_->setLogQueue(DispatchQueue::make("other"));
+        log_.remove(telling_);
+        telling_.reset();
+        EXPECT_FALSE(weak_.expired());
+    }
+    expectAllWritten();
+}
+
+TEST_F(BaseQueuedDestinationTest, WritesAsItIsALineThatWasLoggedWithoutAnyFilterOrFormatter) {
+    useQueue();
+    {
+        const Gate gate(*queue_);
+        log_.info("one");
+        destination_->setFormatters({{appending(" formatted")}});
+        log_.info("two");
     }
     queue_->drain();
-    EXPECT_THAT(written, ElementsAre("> one", "> two", "> three"));
-    EXPECT_TRUE(weak.expired());
+    EXPECT_THAT(destination_->lines(), ElementsAre("> one", "> two formatted"));
+}
+
+TEST_F(BaseQueuedDestinationTest, WritesLinesOfEveryLength) {
+    useQueue();
+    std::vector<std::string> expected;
+    for (std::size_t length = 0; length < 1'000; ++length) {
+        expected.push_back("> " + std::string(length, static_cast<char>('a' + length % 26)));
+        log_.info(expected.back().substr(2));
+    }
+    queue_->drain();
+    EXPECT_EQ(destination_->lines(), expected);
 }
 
 TEST_F(BaseQueuedDestinationTest, WritesTheLinesOnItsQueueAsItsOwnerHasThemBeforeItLeaves) {

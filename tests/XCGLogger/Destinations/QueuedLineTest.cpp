@@ -24,8 +24,8 @@ protected:
         LogDetails record = aRecord(text);
         submit(destination_, record, text);
     }
-    void submit(std::shared_ptr<BaseDestination> destination, LogDetails& record, std::string text) {
-        QueuedLine::submit(*queue_, std::move(destination), record, text);
+    void submit(const std::shared_ptr<BaseQueuedDestination>& destination, LogDetails& record, std::string text) {
+        QueuedLine::submit(*queue_, *destination, record, text);
     }
 
     std::shared_ptr<DispatchQueue> queue_ = DispatchQueue::make("lines");
@@ -42,7 +42,7 @@ TEST_F(QueuedLineTest, TakesTheTextsOverSoThatTheCallerMayReuseTheirMemory) {
         EXPECT_EQ(details.lineNumber, 42);
         return false;
     })}});
-    QueuedLine::submit(*queue_, destination_, record, message);
+    QueuedLine::submit(*queue_, *destination_, record, message);
     EXPECT_NE(message.data(), memory);
     record.message = "changed";
     record.functionName = "changed";
