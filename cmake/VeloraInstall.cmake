@@ -15,11 +15,13 @@ set(VELORA_INTERNAL_HEADERS
     Platform/ProcessInfo
     Platform/RecursiveLock
     Platform/Reused
+    Platform/SharedMapping
     Platform/StandardOutput
     Platform/SystemLog
     Platform/Text
     Platform/TypeName
     XCGLogger/Destinations/LogFile
+    XCGLogger/Destinations/PendingLines
     XCGLogger/Destinations/QueuedLine
     XCGLogger/EngineGuard
     XCGLogger/InternalUserInfo

@@ -29,6 +29,9 @@ bool holdsAFile() {
     return QueuedLine::Deferral::isActive();
 }
 
+/// Of the files that the calling thread holds, the one that it will let go of last.
+__attribute__((tls_model("initial-exec"))) thread_local constinit const void* firstHeldFile = nullptr;
+
 /// How much a batch gathers before it is written in the middle.
 constexpr std::size_t maximumPendingBytes = 65'536;
 
@@ -78,6 +81,26 @@ public:
         }
     }
 
+    /// Leaves what is pending to the queue. Whoever holds this file, and no other before it, tells the queue, but only
+    /// when it has let go of the file: the queue may be full, and wait for it.
+    void leaveToQueue() noexcept {
+        if (transferIn_ != forkGeneration()) {
+            transferIn_ = forkGeneration();
+            isTransferWanted_.store(true, std::memory_order_relaxed);
+        }
+    }
+
+    void tellQueueIfWanted() {
+        if (isTransferWanted_.load(std::memory_order_relaxed) && isTransferWanted_.exchange(false)) {
+            transfer_.keptAlive = destination_.shared_from_this();
+            if (const std::shared_ptr<DispatchQueue> queue = destination_.logQueue()) {
+                queue->async(transfer_);
+            } else {
+                transfer_.run();
+            }
+        }
+    }
+
     /// Writes the lines that other threads left, unless one of them holds the file now and so will write them.
     void writeLinesLeft() {
         while (hasLeft() && lock.try_lock()) {
@@ -91,8 +114,26 @@ public:
     }
 
 private:
+    /// Writes on the queue what waits in a file.
+    struct Transfer final : DispatchQueue::Task {
+        explicit Transfer(File& own) : file(own) {}
+        void run() noexcept override {
+            const std::shared_ptr<BaseDestination> destination = std::exchange(keptAlive, nullptr);
+            const HeldFile held(file.destination_);
+            file.transferIn_.reset();
+            file.writePending();
+        }
+
+        File& file;
+        std::shared_ptr<BaseDestination> keptAlive;
+    };
+
     FileDestination& destination_;
     std::shared_ptr<BaseDestination> keptAlive_;
+    Transfer transfer_{*this};
+    /// The fork generation of the process in which the transfer is on the queue, or about to be.
+    std::optional<std::uint64_t> transferIn_;
+    std::atomic<bool> isTransferWanted_ = false;
 };
 
 FileDestination::HeldFile::HeldFile(const FileDestination& destination)
@@ -117,6 +158,9 @@ FileDestination::HeldFile::HeldFile(const FileDestination& destination, std::str
 }
 
 void FileDestination::HeldFile::begin() {
+    if (!holdsAFile()) {
+        firstHeldFile = destination_.file_.get();
+    }
     QueuedLine::Deferral::begin();
     // Lines left here are older than what this thread is going to write. In the middle of a rotation,
     // though, they would meet a closed file.
@@ -135,6 +179,10 @@ FileDestination::HeldFile::~HeldFile() {
         destination_.file_->writeLinesLeft();
     }
     QueuedLine::Deferral::end();
+    if (!holdsAFile()) {
+        firstHeldFile = nullptr;
+        destination_.file_->tellQueueIfWanted();
+    }
 }
 
 FileDestination::FileDestination(Making key, std::shared_ptr<XCGLogger> owner, const FileTarget& writeToFile,
@@ -289,6 +337,14 @@ void FileDestination::closeFile() {
     file_->close();
 }
 
+void FileDestination::output(LogDetails& logDetails, std::string& message) {
+    if (file_->keepsPendingInFile()) {
+        outputNow(logDetails, message);
+    } else {
+        BaseQueuedDestination::output(logDetails, message);
+    }
+}
+
 void FileDestination::write(std::string_view message) {
     if (!isValidUTF8(message)) {
         return;
@@ -310,7 +366,11 @@ void FileDestination::write(std::string_view message) {
     if (queue && queue->isCurrent() && file_->pendingBytes() < std::max(maximumPendingBytes, capacity)) {
         file_->writeAtEndOfBatch();
     } else if (file_->pendingBytes() >= capacity) {
-        file_->writePending();
+        if (queue && file_->keepsPendingInFile() && firstHeldFile == file_.get()) {
+            file_->leaveToQueue();
+        } else {
+            file_->writePending();
+        }
     }
 }
 
@@ -322,6 +382,22 @@ void FileDestination::finishWriting(Level level) {
 
 std::size_t FileDestination::writeBufferCapacity() const {
     return writeBufferCapacity_.load(std::memory_order_relaxed);
+}
+
+FileResult<void> FileDestination::setPendingLinesFile(const std::optional<FileTarget>& target, std::size_t capacity) {
+    finishQueue();
+    const HeldFile held(*this);
+    if (!target) {
+        file_->keepPendingInMemory();
+        return {};
+    }
+    if (!target->url()) {
+        return FileError::make(EINVAL, "", "couldn’t be used for lines that wait to be written");
+    }
+    const std::string logPath = writeToFileURL_ ? writeToFileURL_->path() : std::string();
+    FileResult<void> result = file_->keepPendingIn(target->url()->path(), capacity, logPath);
+    file_->writePending();
+    return result;
 }
 
 void FileDestination::setWriteBufferCapacity(std::size_t capacity) {

@@ -86,8 +86,31 @@ public:
     std::size_t writeBufferCapacity() const;
     void setWriteBufferCapacity(std::size_t capacity);
 
+    /// Keeps the lines that wait for the queue, or are held back, in the file `target`, so that a crash costs none of
+    /// them: a log call returns when its line is there, which needs no system call. Without `target` they wait in the
+    /// process's own memory again, as at first. Call it before `add`, so that what is found is written first.
+    ///
+    ///     file->setLogQueue(XCGLogger::logQueue());
+    ///     file->setPendingLinesFile("/var/lib/app/pending-lines");
+    ///
+    /// Lines that a process left there when it crashed or was killed are written to the log: once, in their order,
+    /// and before any other. (If another process appends to the same log at the same moment, a few may come twice;
+    /// where the log was emptied or is opened without `shouldAppend`, they are in the new one.) After a failure of
+    /// the machine some may be missing, as of all that was not brought to the disk.
+    ///
+    /// `target` is made for the user alone (0600), stays when the destination goes, and serves one destination of one
+    /// process at a time. `capacity` is how many bytes may wait there; a log call that finds it full writes
+    /// what waits. With a queue, filters and formatters run on the logging thread then, and the queue only writes.
+    ///
+    /// Fails, and lines wait in memory, if `target` is no target, in use (EWOULDBLOCK), some other file (EEXIST) or
+    /// cannot be made or mapped. To be set before logging. In a forked child lines wait in memory.
+    FileResult<void> setPendingLinesFile(const std::optional<FileTarget>& target, std::size_t capacity = 1'048'576);
+
     /// Setting an owner opens the file, taking it away closes it.
     void setOwner(std::shared_ptr<XCGLogger> owner) override;
+
+    /// As the base's. With a file for pending lines, what is left for the queue is to write what waits there.
+    void output(LogDetails& logDetails, std::string& message) override;
 
     /// Writes one line, ended by exactly one line feed.
     void write(std::string_view message) override;

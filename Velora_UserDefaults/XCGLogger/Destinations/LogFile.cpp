@@ -25,7 +25,9 @@ Date roughDate() {
 }  // namespace
 
 void LogFile::open(FileHandle handle) {
-    writePending();
+    if (isOpen()) {
+        writePending();
+    }
     handle_ = std::move(handle);
     endsInsideALine_ = false;
     lastLook_ = roughDate();
@@ -50,24 +52,7 @@ void LogFile::synchronize() {
     }
 }
 
-void LogFile::dropWhatTheParentHad() {
-    // Lines that were pending when the process forked are written by the parent.
-    if (pendingGeneration_ != forkGeneration()) {
-        pendingGeneration_ = forkGeneration();
-        pending_.clear();
-    }
-}
-
-void LogFile::append(std::string_view line) {
-    dropWhatTheParentHad();
-    while (line.ends_with('\n')) {
-        line.remove_suffix(1);
-    }
-    pending_ += line;
-    pending_ += '\n';
-}
-
-std::size_t LogFile::tryToWrite(std::string_view bytes) {
+std::size_t LogFile::tryToWrite(std::string_view bytes, std::size_t done) {
     if (endsInsideALine_) {
         // What is left of a line that a full disk cut off gets an end, so that this one begins a line.
         const std::string onNewLine = "\n" + std::string(bytes);
@@ -80,36 +65,39 @@ std::size_t LogFile::tryToWrite(std::string_view bytes) {
         return written - 1;
     }
     std::size_t written = 0;
-    if (const auto result = handle_.write(bytes, written); !result) {
+    if (const auto result = handle_.write(bytes.substr(done), written); !result) {
         printException(result.error().description);
     }
-    endsInsideALine_ = written > 0 && bytes[written - 1] != '\n';
-    return written;
+    done += written;
+    endsInsideALine_ = done > 0 && bytes[done - 1] != '\n';
+    return done;
 }
 
-void LogFile::writePending() {
-    dropWhatTheParentHad();
-    if (pending_.empty()) {
+/// Writes a line that the file for lines that wait has no room for.
+void LogFile::appendWithoutRoom(std::string_view line) {
+    writePending();
+    if (!pending_.append(line)) {
+        tryToWrite(std::string(line) + '\n');
+    }
+}
+
+/// Writes what is pending, of which `done` bytes are in the file, as far as the file takes it.
+void LogFile::writeRest(std::size_t done) {
+    if (!isOpen()) {
         return;
     }
-    if (isOpen()) {
-        const auto endOfLine = [this](std::size_t position) { return pending_.find('\n', position) + 1; };
-        std::size_t done = tryToWrite(pending_);
-        if (done < pending_.size()) {
-            // The line that failed is lost; each one after it gets a try of its own.
-            done = endOfLine(done);
-        }
-        while (done < pending_.size()) {
-            const std::size_t end = endOfLine(done);
-            tryToWrite(std::string_view(pending_).substr(done, end - done));
-            done = end;
-        }
+    const std::string_view text = pending_.text();
+    const auto endOfLine = [text](std::size_t position) { return text.find('\n', position) + 1; };
+    done = tryToWrite(text, done);
+    if (done < text.size()) {
+        // The line that failed is lost; each one after it gets a try of its own.
+        done = endOfLine(done);
     }
-    constexpr std::size_t keptCapacity = 262'144;
-    if (pending_.capacity() > keptCapacity) {
-        std::string().swap(pending_);  // an assignment would keep the memory
-    } else {
-        pending_.clear();
+    while (done < text.size()) {
+        pending_.willWrite(handle_, text.size() - done);
+        const std::size_t end = endOfLine(done);
+        tryToWrite(text.substr(done, end - done));
+        done = end;
     }
 }
 

@@ -8,7 +8,9 @@
 
 #include <Velora_UserDefaults/Platform/Date.h>
 #include <Velora_UserDefaults/Platform/FileHandle.h>
+#include <Velora_UserDefaults/Platform/ForkHandlers.h>
 #include <Velora_UserDefaults/Platform/RecursiveLock.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/PendingLines.h>
 
 namespace velora {
 
@@ -34,12 +36,44 @@ public:
     void synchronize();
 
     /// Appends `line` and one line feed to what is pending; the line's own line feeds at its end count for it.
-    void append(std::string_view line);
+    void append(std::string_view line) {
+        dropWhatTheParentHad();
+        while (line.ends_with('\n')) {
+            line.remove_suffix(1);
+        }
+        if (!pending_.append(line)) [[unlikely]] {
+            appendWithoutRoom(line);
+        }
+    }
     /// How many bytes are pending.
     std::size_t pendingBytes() const noexcept { return pending_.size(); }
     /// Writes what is pending with one call. A line that cannot be written is reported on standard output and
     /// dropped; the ones after it are tried each by itself.
-    void writePending();
+    void writePending() {
+        dropWhatTheParentHad();
+        if (pending_.empty() || (!isOpen() && pending_.isMapped())) {
+            return;
+        }
+        pending_.willWrite(handle_, pending_.size());
+        const std::size_t done = endsInsideALine_ ? 0 : handle_.writeOnce(pending_.text());
+        if (done < pending_.size()) [[unlikely]] {
+            writeRest(done);
+        }
+        pending_.clear();
+    }
+
+    /// Has what is pending wait in a file; see `PendingLines::moveTo`. What is pending now is written before.
+    FileResult<void> keepPendingIn(const std::string& path, std::size_t capacity, const std::string& logPath) {
+        writePending();
+        return pending_.moveTo(path, capacity, logPath);
+    }
+    /// Has it wait in memory again, after what is pending now is written.
+    void keepPendingInMemory() {
+        writePending();
+        pending_.moveToMemory();
+    }
+    /// Whether what is pending waits in a file.
+    bool keepsPendingInFile() const noexcept { return pending_.isMapped(); }
 
     /// Whether it is time to look again if the file is still where it was: at most once a second, and at once
     /// after the clock has jumped.
@@ -54,12 +88,21 @@ public:
     std::vector<std::string> takeLeft();
 
 private:
-    void dropWhatTheParentHad();
+    /// Lines that were pending when the process forked are written by the parent.
+    void dropWhatTheParentHad() {
+        if (pendingGeneration_ != forkGeneration()) [[unlikely]] {
+            pendingGeneration_ = forkGeneration();
+            pending_.clear();
+        }
+    }
     void dropWhatWasLeftInTheParent();
-    std::size_t tryToWrite(std::string_view bytes);
+    void appendWithoutRoom(std::string_view line);
+    void writeRest(std::size_t done);
+    /// Writes `bytes`, of which `done` are in the file already, and returns how many are.
+    std::size_t tryToWrite(std::string_view bytes, std::size_t done = 0);
 
     FileHandle handle_;
-    std::string pending_;
+    PendingLines pending_;
     std::uint64_t pendingGeneration_ = 0;
     bool endsInsideALine_ = false;
     Date lastLook_{};

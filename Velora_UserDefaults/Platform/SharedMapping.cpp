@@ -1,0 +1,97 @@
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+#include <Velora_UserDefaults/Platform/SharedMapping.h>
+
+namespace velora {
+
+namespace {
+
+/// Closes a descriptor unless it was released.
+class OwnedDescriptor {
+public:
+    explicit OwnedDescriptor(int descriptor) : descriptor_(descriptor) {}
+    OwnedDescriptor(const OwnedDescriptor&) = delete;
+    OwnedDescriptor& operator=(const OwnedDescriptor&) = delete;
+    ~OwnedDescriptor() {
+        if (descriptor_ >= 0) {
+            ::close(descriptor_);
+        }
+    }
+
+    int get() const noexcept { return descriptor_; }
+    int release() noexcept { return std::exchange(descriptor_, -1); }
+
+private:
+    int descriptor_;
+};
+
+/// Whether the file is empty or begins with `mark`, or with zeros: those of a process that was killed when it had
+/// just made the file.
+bool beginsWith(int descriptor, std::string_view mark) {
+    std::string begin(mark.size(), '\0');
+    const ssize_t size = ::pread(descriptor, begin.data(), begin.size(), 0);
+    return size >= 0 && (begin.find_first_not_of('\0') == std::string::npos || begin == mark);
+}
+
+/// Has the file take at least `size` bytes of the disk. Returns 0 and how many it has, or an error number.
+int lengthen(int descriptor, std::string_view mark, std::size_t& size) {
+    struct stat status {};
+    if (::fstat(descriptor, &status) != 0) {
+        return errno;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return EINVAL;
+    }
+    if (!beginsWith(descriptor, mark)) {
+        return EEXIST;
+    }
+    size = std::max(size, static_cast<std::size_t>(status.st_size));
+    return ::posix_fallocate(descriptor, 0, static_cast<off_t>(size));
+}
+
+}  // namespace
+
+FileResult<std::unique_ptr<SharedMapping>> SharedMapping::open(const std::string& path, std::size_t size,
+                                                               std::string_view mark) {
+    constexpr std::string_view couldNot = "couldn’t be mapped into memory";
+    if (!canNameFile(path)) {
+        return FileError::make(EINVAL, path, couldNot);
+    }
+    constexpr mode_t forTheUserAlone = 0600;
+    // O_NONBLOCK keeps open from waiting for the other end of a pipe, which is refused below.
+    OwnedDescriptor descriptor(
+        ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NOFOLLOW | O_NONBLOCK, forTheUserAlone));
+    if (descriptor.get() < 0 || ::flock(descriptor.get(), LOCK_EX | LOCK_NB) != 0) {
+        return FileError::make(errno, path, couldNot);
+    }
+    if (const int code = lengthen(descriptor.get(), mark, size); code != 0) {
+        return FileError::make(code, path, couldNot);
+    }
+    void* const memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor.get(), 0);
+    if (memory == MAP_FAILED) {
+        return FileError::make(errno, path, couldNot);
+    }
+    return std::unique_ptr<SharedMapping>(
+        new SharedMapping(descriptor.release(), std::span(static_cast<char*>(memory), size)));
+}
+
+SharedMapping::~SharedMapping() {
+    letGo();
+}
+
+void SharedMapping::letGo() noexcept {
+    if (!bytes_.empty()) {
+        ::munmap(bytes_.data(), bytes_.size());
+        ::close(descriptor_);
+        bytes_ = {};
+    }
+}
+
+}  // namespace velora
