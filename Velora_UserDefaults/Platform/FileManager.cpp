@@ -141,14 +141,8 @@ int copyAndRemove(const std::string& from, const std::string& to) {
     return 0;
 }
 
-}  // namespace
-
-bool FileManager::fileExists(const std::string& path) {
-    struct stat status {};
-    return canNameFile(path) && ::stat(path.c_str(), &status) == 0;
-}
-
-bool FileManager::createFile(const std::string& path, const FileAttributes& attributes, int* code) {
+/// What is common to the two ways of making a file; `flags` are more flags of open(2).
+bool makeFile(const std::string& path, const FileAttributes& attributes, int flags, int* code) {
     int ignored = 0;
     int& reason = code != nullptr ? *code : ignored;
     if (!canNameFile(path)) {
@@ -158,8 +152,11 @@ bool FileManager::createFile(const std::string& path, const FileAttributes& attr
     constexpr long long usualPermissions = 0640;
     const std::optional<long long> permissions = permissionsIn(attributes);
     const auto mode = static_cast<mode_t>(permissions.value_or(usualPermissions) & allPermissions);
-    // O_NONBLOCK: nothing here waits for the reader of a pipe.
-    const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, mode);
+    int file = -1;
+    do {
+        // O_NONBLOCK: nothing here waits for the reader of a pipe.
+        file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | flags, mode);
+    } while (file < 0 && errno == EINTR);
     reason = file < 0 ? errno : 0;
     if (file < 0) {
         return false;
@@ -170,6 +167,21 @@ bool FileManager::createFile(const std::string& path, const FileAttributes& attr
     const bool hasDate = setModificationDate(file, attributes);
     ::close(file);
     return hasOwners && hasPermissions && hasDate;
+}
+
+}  // namespace
+
+bool FileManager::fileExists(const std::string& path) {
+    struct stat status {};
+    return canNameFile(path) && ::stat(path.c_str(), &status) == 0;
+}
+
+bool FileManager::createFile(const std::string& path, const FileAttributes& attributes, int* code) {
+    return makeFile(path, attributes, O_TRUNC, code);
+}
+
+bool FileManager::createMissingFile(const std::string& path, const FileAttributes& attributes, int* code) {
+    return makeFile(path, attributes, 0, code);
 }
 
 FileResult<void> FileManager::createFolder(const std::string& path, bool withIntermediates) {

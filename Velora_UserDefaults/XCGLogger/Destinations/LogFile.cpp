@@ -28,7 +28,7 @@ void LogFile::open(FileHandle handle) {
     writePending();
     handle_ = std::move(handle);
     endsInsideALine_ = false;
-    lastLook_ = roughDate();
+    look();
 }
 
 void LogFile::close() {
@@ -63,6 +63,8 @@ void LogFile::append(std::string_view line) {
     while (line.ends_with('\n')) {
         line.remove_suffix(1);
     }
+    // At once, lest there be memory for the line only: the next one would go on in it.
+    pending_.reserve(pending_.size() + line.size() + 1);
     pending_ += line;
     pending_ += '\n';
 }
@@ -70,19 +72,19 @@ void LogFile::append(std::string_view line) {
 std::size_t LogFile::tryToWrite(std::string_view bytes) {
     if (endsInsideALine_) {
         // What is left of a line that a full disk cut off gets an end, so that this one begins a line.
-        const std::string onNewLine = "\n" + std::string(bytes);
         endsInsideALine_ = false;
-        const std::size_t written = tryToWrite(onNewLine);
-        if (written == 0) {
+        if (tryToWrite("\n") == 0) {
             endsInsideALine_ = true;
             return 0;
         }
-        return written - 1;
     }
     std::size_t written = 0;
-    if (const auto result = handle_.write(bytes, written); !result) {
-        printException(result.error().description);
-    }
+    // That there is no memory to describe a failure must not keep what is written from being taken out of `pending_`.
+    reportingExceptions([&] {
+        if (const auto result = handle_.write(bytes, written); !result) {
+            printException(result.error().description);
+        }
+    });
     endsInsideALine_ = written > 0 && bytes[written - 1] != '\n';
     return written;
 }
@@ -111,6 +113,10 @@ void LogFile::writePending() {
     } else {
         pending_.clear();
     }
+}
+
+void LogFile::look() {
+    lastLook_ = roughDate();
 }
 
 bool LogFile::isTimeToLook() {

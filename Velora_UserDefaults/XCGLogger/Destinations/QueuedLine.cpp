@@ -89,12 +89,18 @@ void QueuedLine::Deferral::handOver() noexcept {
 void QueuedLine::submit(DispatchQueue& queue, std::shared_ptr<BaseDestination> destination, LogDetails& logDetails,
                         std::string& message) {
     QueuedLine* const line = QueuedLinePool::take();
+    try {
+        // All that may want for memory.
+        line->logDetails_.functionName = logDetails.functionName;
+        line->logDetails_.fileName = logDetails.fileName;
+    } catch (...) {
+        QueuedLinePool::giveBack(line);
+        throw;
+    }
     line->destination_ = std::move(destination);
     line->logDetails_.level = logDetails.level;
     line->logDetails_.date = logDetails.date;
     line->logDetails_.message.swap(logDetails.message);
-    line->logDetails_.functionName = logDetails.functionName;
-    line->logDetails_.fileName = logDetails.fileName;
     line->logDetails_.lineNumber = logDetails.lineNumber;
     line->logDetails_.userInfo.swap(logDetails.userInfo);
     line->message_.swap(message);
