@@ -23,6 +23,7 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::SizeIs;
 using testing::StartsWith;
 
 /// More than the time between two looks at the file, in seconds.
@@ -243,6 +244,27 @@ TEST_P(FailingCalls, AFileThatCannotBeMovedIsGoneOnWith) {
     EXPECT_EQ(linesOf(readFile(path_)).numbers, numbersFrom(10, 15));
 }
 
+TEST_P(FailingCalls, AFileSystemThatTurnsReadOnlyIsReportedForEachLineAndGoneOnWithWhenItIsWritableAgain) {
+    file_.open();
+    file_.logAndSettle(0, 5);
+    for (const Call call : {Call::open, Call::write, Call::rename, Call::setAttribute}) {
+        FaultyCalls::fail(call, {.code = EROFS});
+    }
+    EXPECT_THAT(reportsIn(printedBy([&] { file_.logAndSettle(5, 10); })),
+                AllOf(SizeIs(5), Each(reportOfWriting(EROFS))));
+    EXPECT_FALSE(file_.file().rotateFile(folder_ / "archive"));
+    EXPECT_THAT(file_.errors(), ElementsAre(StartsWith("Attempt to open log file for appending failed: "),
+                                            StartsWith("Unable to rotate file ")));
+    EXPECT_EQ(printedBy([&] { file_.logAndSettle(10, 15); }), "") << "there is no file to write to";
+    FaultyCalls::end();
+    FaultyCalls::passTime(untilTheNextLook);
+    file_.logAndSettle(15, 20);
+    std::vector<int> kept = numbersFrom(0, 5);
+    kept.insert(kept.end(), {15, 16, 17, 18, 19});
+    EXPECT_EQ(file_.found().numbers, kept);
+    EXPECT_THAT(file_.found().torn, IsEmpty());
+}
+
 TEST_P(FailingCalls, AFileThatCannotBeReopenedAfterARotationIsReportedAndOpenedWhenThatIsPossible) {
     file_.open();
     file_.logAndSettle(0, 5);
@@ -272,7 +294,7 @@ TEST_P(FailingCalls, AnArchiveThatCannotBeMarkedIsReportedAndKept) {
     EXPECT_EQ(linesOf(readFile(path_)).numbers, numbersFrom(5, 10));
 }
 
-/// Everything in the folder but `except`, in the order of the names' numbers.
+/// All lines of all files in the folder, in the order of their numbers.
 FoundLines everythingIn(const std::filesystem::path& folder) {
     FoundLines all;
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {

@@ -5,7 +5,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
 #include <ostream>
@@ -38,14 +38,19 @@ struct Mode {
 
 inline constexpr std::size_t bufferOfTests = 4'096;
 
+inline constexpr std::array rotatingModes{
+    Mode{.name = "Rotating", .maxFileSize = 4'000},
+    Mode{.name = "RotatingOnAQueue", .hasQueue = true, .maxFileSize = 4'000},
+    Mode{.name = "RotatingWithABuffer", .bufferCapacity = bufferOfTests, .maxFileSize = 4'000},
+};
 inline constexpr std::array allModes{
     Mode{.name = "Plain"},
     Mode{.name = "Queue", .hasQueue = true},
     Mode{.name = "Buffer", .bufferCapacity = bufferOfTests},
     Mode{.name = "QueueAndBuffer", .hasQueue = true, .bufferCapacity = bufferOfTests},
-    Mode{.name = "Rotating", .maxFileSize = 4'000},
-    Mode{.name = "RotatingOnAQueue", .hasQueue = true, .maxFileSize = 4'000},
-    Mode{.name = "RotatingWithABuffer", .bufferCapacity = bufferOfTests, .maxFileSize = 4'000},
+    rotatingModes[0],
+    rotatingModes[1],
+    rotatingModes[2],
 };
 
 inline void PrintTo(const Mode& mode, std::ostream* stream) {
@@ -164,15 +169,23 @@ public:
     /// The lines of all archives in the order of their making, then those of the file.
     FoundLines found() const {
         FoundLines all;
-        if (auto* const rotating = dynamic_cast<AutoRotatingFileDestination*>(file_.get())) {
-            std::vector<URL> archives = rotating->archivedFileURLs();
-            std::ranges::reverse(archives);
-            for (const URL& archive : archives) {
-                all.append(linesOf(readFile(archive.path())));
-            }
+        for (const std::string& path : archives()) {
+            all.append(linesOf(readFile(path)));
         }
         all.append(linesOf(readFile(path_)));
         return all;
+    }
+    /// The paths of the archives that the destination made by itself, whether marked or not, in that order.
+    std::vector<std::string> archives() const {
+        std::vector<std::string> paths;
+        for (int number = 1;; ++number) {
+            const std::string path =
+                path_.substr(0, path_.rfind('.')) + "_" + std::to_string(number) + path_.substr(path_.rfind('.'));
+            if (!std::filesystem::exists(path)) {
+                return paths;
+            }
+            paths.push_back(path);
+        }
     }
     /// What the logger's other destination was told.
     std::vector<std::string> errors() const {
