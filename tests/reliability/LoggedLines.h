@@ -38,19 +38,20 @@ struct Mode {
 
 inline constexpr std::size_t bufferOfTests = 4'096;
 
+inline constexpr std::array notRotatingModes{
+    Mode{.name = "Plain"},
+    Mode{.name = "Queue", .hasQueue = true},
+    Mode{.name = "Buffer", .bufferCapacity = bufferOfTests},
+    Mode{.name = "QueueAndBuffer", .hasQueue = true, .bufferCapacity = bufferOfTests},
+};
 inline constexpr std::array rotatingModes{
     Mode{.name = "Rotating", .maxFileSize = 4'000},
     Mode{.name = "RotatingOnAQueue", .hasQueue = true, .maxFileSize = 4'000},
     Mode{.name = "RotatingWithABuffer", .bufferCapacity = bufferOfTests, .maxFileSize = 4'000},
 };
 inline constexpr std::array allModes{
-    Mode{.name = "Plain"},
-    Mode{.name = "Queue", .hasQueue = true},
-    Mode{.name = "Buffer", .bufferCapacity = bufferOfTests},
-    Mode{.name = "QueueAndBuffer", .hasQueue = true, .bufferCapacity = bufferOfTests},
-    rotatingModes[0],
-    rotatingModes[1],
-    rotatingModes[2],
+    notRotatingModes[0], notRotatingModes[1], notRotatingModes[2], notRotatingModes[3],
+    rotatingModes[0],    rotatingModes[1],    rotatingModes[2],
 };
 
 inline void PrintTo(const Mode& mode, std::ostream* stream) {
