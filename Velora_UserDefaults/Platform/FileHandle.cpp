@@ -81,6 +81,7 @@ FileResult<FileHandle> FileHandle::openForWriting(const std::string& path) {
     if (!canNameFile(path)) {
         return FileError::make(EINVAL, path, couldNot);
     }
+    std::string copyOfPath = path;  // while there is no descriptor to lose for want of memory
     int descriptor = -1;
     do {
         // O_NONBLOCK keeps open from waiting for the reader of a pipe; writing waits as usual.
@@ -89,7 +90,7 @@ FileResult<FileHandle> FileHandle::openForWriting(const std::string& path) {
     if (descriptor < 0) {
         return FileError::make(errno, path, couldNot);
     }
-    FileHandle handle(descriptor, path);
+    FileHandle handle(descriptor, std::move(copyOfPath));
     struct stat status {};
     const int flags = ::fcntl(descriptor, F_GETFL);
     if (::fstat(descriptor, &status) != 0 || flags < 0 || ::fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK) != 0) {

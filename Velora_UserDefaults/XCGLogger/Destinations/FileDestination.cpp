@@ -261,7 +261,12 @@ bool FileDestination::openAgain() {
     if (isMovingFile() || !owner() || !writeToFileURL_ || !file_->isTimeToLook()) {
         return false;
     }
-    goOn(writeToFileURL_->path());
+    try {
+        goOn(writeToFileURL_->path());
+    } catch (...) {
+        file_->lookSoon();  // want of memory says nothing about the file
+        throw;
+    }
     return file_->isOpen();
 }
 
@@ -396,7 +401,9 @@ bool FileDestination::rotateFile(const FileTarget& to, const std::function<void(
         reportingExceptions([&] { success = moveFile(to); });
         movingIn_.reset();
         if (!success && !file_->isOpen() && owner() && writeToFileURL_) {
-            // An exception, such as for want of memory, may have come between closing and opening.
+            // An exception, such as for want of memory, may have come between closing and opening. If there still is
+            // none, the next line tries again.
+            file_->lookSoon();
             reportingExceptions([&] { goOn(writeToFileURL_->path()); });
         }
     }

@@ -46,6 +46,8 @@ public:
     bool isTimeToLook();
     /// Has it be time again only in a second.
     void look();
+    /// Has it be time at once.
+    void lookSoon() noexcept { lastLook_ = Date{}; }
     /// Whether `path` still names the open file.
     bool isStillAt(const std::string& path) const { return handle_.stillAt(path); }
 
