@@ -54,8 +54,8 @@ class DispatchQueueCore;
 /// the threads are stopped; that happens before the destruction of every static object that was made
 /// before the first queue was first used. From then on `async` runs work in place, on the calling thread
 /// and under a lock of the queue, so that work handed over by destructors of static objects is not lost.
-/// Threads that still hand over work while the process exits neither block nor crash, but the process may
-/// end before that work has run. Work that never ends keeps the process from exiting. `_exit`,
+/// Threads that still hand over work while the process exits do not crash; each queue takes at most as much as
+/// it has room for before it is finished, and what comes later may find the process ended before it has run. Work that never ends keeps the process from exiting. `_exit`,
 /// `quick_exit` and signals run nothing.
 ///
 /// **Fork.** In a forked child an inherited queue is empty, and starts a thread of its own with its next

@@ -145,7 +145,9 @@ void DispatchQueueCore::waitForRoom(std::uint64_t ticket) noexcept {
 }
 
 void DispatchQueueCore::makeRoom() noexcept {
-    if (state_.load(std::memory_order_relaxed) == inPlace) {
+    // A queue that is to stop takes no more than it has room for: threads that hand over work faster than it runs
+    // would else keep it busy for ever. Those that wait for room go on when everything has run.
+    if (state_.load(std::memory_order_relaxed) == inPlace || stopping_.load(std::memory_order_relaxed)) {
         return;
     }
     limit_.store(completed_ + capacity_);

@@ -81,12 +81,16 @@ FileResult<FileHandle> FileHandle::openForWriting(const std::string& path) {
     if (!canNameFile(path)) {
         return FileError::make(EINVAL, path, couldNot);
     }
-    // O_NONBLOCK keeps open from waiting for the reader of a pipe; writing waits as usual.
-    const int descriptor = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    std::string copyOfPath = path;  // while there is no descriptor to lose for want of memory
+    int descriptor = -1;
+    do {
+        // O_NONBLOCK keeps open from waiting for the reader of a pipe; writing waits as usual.
+        descriptor = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    } while (descriptor < 0 && errno == EINTR);
     if (descriptor < 0) {
         return FileError::make(errno, path, couldNot);
     }
-    FileHandle handle(descriptor, path);
+    FileHandle handle(descriptor, std::move(copyOfPath));
     struct stat status {};
     const int flags = ::fcntl(descriptor, F_GETFL);
     if (::fstat(descriptor, &status) != 0 || flags < 0 || ::fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK) != 0) {
@@ -125,32 +129,37 @@ FileHandle::~FileHandle() {
 
 FileResult<void> FileHandle::write(std::string_view bytes) {
     std::size_t written = 0;
-    return writeParts(bytes, {}, written);
+    return resultOfWriting(writeParts(bytes, {}, written));
 }
 
 FileResult<void> FileHandle::write(std::string_view bytes, std::size_t& written) {
-    return writeParts(bytes, {}, written);
+    return resultOfWriting(writeParts(bytes, {}, written));
 }
 
 FileResult<void> FileHandle::write(std::string_view first, std::string_view second) {
     std::size_t written = 0;
-    return writeParts(first, second, written);
+    return resultOfWriting(writeParts(first, second, written));
 }
 
-FileResult<void> FileHandle::writeParts(std::string_view first, std::string_view second, std::size_t& written) {
-    int code = EBADF;
-    if (isOpen()) {
-        std::array<iovec, 2> parts{asPart(first), asPart(second)};
-        if (canRaiseSigpipe_) {
-            const SigpipeBlock noSigpipe;
-            code = writeAll(descriptor_, parts);
-        } else {
-            code = writeAll(descriptor_, parts);
-        }
-        written = first.size() + second.size() - parts[0].iov_len - parts[1].iov_len;
-    } else {
-        written = 0;
+/// Returns 0 or an error number.
+int FileHandle::writeParts(std::string_view first, std::string_view second, std::size_t& written) {
+    written = 0;
+    if (!isOpen()) {
+        return EBADF;
     }
+    std::array<iovec, 2> parts{asPart(first), asPart(second)};
+    int code = 0;
+    if (canRaiseSigpipe_) {
+        const SigpipeBlock noSigpipe;
+        code = writeAll(descriptor_, parts);
+    } else {
+        code = writeAll(descriptor_, parts);
+    }
+    written = first.size() + second.size() - parts[0].iov_len - parts[1].iov_len;
+    return code;
+}
+
+FileResult<void> FileHandle::resultOfWriting(int code) const {
     if (code != 0) {
         return failure(code, "couldn’t be written");
     }

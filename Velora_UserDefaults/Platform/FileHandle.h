@@ -41,7 +41,8 @@ public:
     /// On failure part of the bytes may have been written. A pipe whose reader has gone is a failure (EPIPE) like
     /// others: the calling thread gets no SIGPIPE.
     FileResult<void> write(std::string_view bytes);
-    /// As above; `written` gets the number of bytes written, which is less than all only on failure.
+    /// As above; `written` gets the number of bytes written, which is less than all only on failure; also if there is
+    /// no memory for the description of a failure, which then is thrown.
     FileResult<void> write(std::string_view bytes, std::size_t& written);
     /// Writes as much of `bytes` as one system call takes, in nearly every case all, and returns how much: nothing
     /// if that failed, or is better left to `write`, which does the rest and tells of failures.
@@ -84,7 +85,8 @@ private:
     FileHandle(int descriptor, std::string path);
 
     [[nodiscard]] FileError failure(int code, std::string_view what) const;
-    FileResult<void> writeParts(std::string_view first, std::string_view second, std::size_t& written);
+    int writeParts(std::string_view first, std::string_view second, std::size_t& written);
+    [[nodiscard]] FileResult<void> resultOfWriting(int code) const;
 
     int descriptor_ = -1;
     bool canRaiseSigpipe_ = false;

@@ -3,10 +3,13 @@
 #include <chrono>
 #include <concepts>
 #include <cstdint>
+#include <dirent.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <limits>
+#include <memory>
 #include <optional>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -141,14 +144,32 @@ int copyAndRemove(const std::string& from, const std::string& to) {
     return 0;
 }
 
-}  // namespace
+struct FolderClosing {
+    void operator()(DIR* folder) const noexcept { ::closedir(folder); }
+};
 
-bool FileManager::fileExists(const std::string& path) {
-    struct stat status {};
-    return canNameFile(path) && ::stat(path.c_str(), &status) == 0;
+/// Calls `take` with the name of each entry of a folder, and returns 0 or the error number. The standard library's
+/// iterator would end the program where there is no memory for it.
+template <typename Take>
+int listFolder(const std::string& path, Take take) {
+    const std::unique_ptr<DIR, FolderClosing> folder(::opendir(path.c_str()));
+    if (!folder) {
+        return errno;
+    }
+    errno = 0;
+    // No other thread has this stream.
+    while (const dirent* const entry = ::readdir(folder.get())) {  // NOLINT(concurrency-mt-unsafe)
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..") {
+            take(name);
+        }
+        errno = 0;
+    }
+    return errno;
 }
 
-bool FileManager::createFile(const std::string& path, const FileAttributes& attributes, int* code) {
+/// What is common to the two ways of making a file; `flags` are more flags of open(2).
+bool makeFile(const std::string& path, const FileAttributes& attributes, int flags, int* code) {
     int ignored = 0;
     int& reason = code != nullptr ? *code : ignored;
     if (!canNameFile(path)) {
@@ -158,8 +179,11 @@ bool FileManager::createFile(const std::string& path, const FileAttributes& attr
     constexpr long long usualPermissions = 0640;
     const std::optional<long long> permissions = permissionsIn(attributes);
     const auto mode = static_cast<mode_t>(permissions.value_or(usualPermissions) & allPermissions);
-    // O_NONBLOCK: nothing here waits for the reader of a pipe.
-    const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, mode);
+    int file = -1;
+    do {
+        // O_NONBLOCK: nothing here waits for the reader of a pipe.
+        file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | flags, mode);
+    } while (file < 0 && errno == EINTR);
     reason = file < 0 ? errno : 0;
     if (file < 0) {
         return false;
@@ -170,6 +194,21 @@ bool FileManager::createFile(const std::string& path, const FileAttributes& attr
     const bool hasDate = setModificationDate(file, attributes);
     ::close(file);
     return hasOwners && hasPermissions && hasDate;
+}
+
+}  // namespace
+
+bool FileManager::fileExists(const std::string& path) {
+    struct stat status {};
+    return canNameFile(path) && ::stat(path.c_str(), &status) == 0;
+}
+
+bool FileManager::createFile(const std::string& path, const FileAttributes& attributes, int* code) {
+    return makeFile(path, attributes, O_TRUNC, code);
+}
+
+bool FileManager::createMissingFile(const std::string& path, const FileAttributes& attributes, int* code) {
+    return makeFile(path, attributes, 0, code);
 }
 
 FileResult<void> FileManager::createFolder(const std::string& path, bool withIntermediates) {
@@ -211,7 +250,11 @@ FileResult<void> FileManager::remove(const std::string& path) {
         return FileError::make(canNameFile(name) ? errno : EINVAL, path, couldNot);
     }
     std::error_code error;
-    std::filesystem::remove_all(name, error);
+    if (S_ISDIR(status.st_mode)) {
+        std::filesystem::remove_all(name, error);
+    } else if (::unlink(name.c_str()) != 0) {
+        error.assign(errno, std::generic_category());
+    }
     if (error) {
         return FileError::make(error.value(), path, couldNot);
     }
@@ -219,18 +262,17 @@ FileResult<void> FileManager::remove(const std::string& path) {
 }
 
 FileResult<std::vector<std::string>> FileManager::contentsOfFolder(const std::string& path, bool skipHidden) {
-    std::error_code error = std::make_error_code(std::errc::invalid_argument);
     std::vector<std::string> contents;
+    int code = EINVAL;
     if (canNameFile(path)) {
-        std::filesystem::directory_iterator entry(path, error);
-        for (const std::filesystem::directory_iterator end; !error && entry != end; entry.increment(error)) {
-            if (!skipHidden || !entry->path().filename().native().starts_with('.')) {
-                contents.push_back(entry->path().native());
+        code = listFolder(path, [&](std::string_view name) {
+            if (!skipHidden || !name.starts_with('.')) {
+                contents.push_back(path + (path.ends_with('/') ? "" : "/") + std::string(name));
             }
-        }
+        });
     }
-    if (error) {
-        return FileError::make(error.value(), path, "couldn’t be listed", "folder");
+    if (code != 0) {
+        return FileError::make(code, path, "couldn’t be listed", "folder");
     }
     return contents;
 }

@@ -55,6 +55,10 @@ public:
     /// number (`errno`) if the file could not be made or emptied, else 0.
     static bool createFile(const std::string& path, const FileAttributes& attributes = {}, int* code = nullptr);
 
+    /// The same for a file of which the caller thinks that there is none: one that is there all the same, because
+    /// another process has just made it or because asking failed, keeps its bytes.
+    static bool createMissingFile(const std::string& path, const FileAttributes& attributes = {}, int* code = nullptr);
+
     /// Makes a folder with the permissions 0750 less the umask. With `withIntermediates` the missing folders
     /// above it are made alike, and it is no error if the folder is there already.
     static FileResult<void> createFolder(const std::string& path, bool withIntermediates = false);

@@ -158,6 +158,28 @@ int threadsStillHandOver() {
     return 0;
 }
 
+/// Is killed after a minute, lest an end that hangs hang the tests.
+int threadsHandOverFasterThanWorkRuns() {
+    alarm(60);
+    static std::atomic<int> ran = 0;
+    static const auto& queue = *new auto(DispatchQueue::make("slow", 4 * DispatchQueue::maximumBatch));
+    for (int thread = 0; thread < 3; ++thread) {
+        std::thread([] {
+            for (;;) {
+                queue->async([] {
+                    std::this_thread::sleep_for(std::chrono::microseconds(50));
+                    ++ran;
+                });
+            }
+        }).detach();
+    }
+    while (ran < 5'000) {
+        std::this_thread::yield();
+    }
+    queue->async([] { say("late"); });
+    return 0;
+}
+
 int lastReferenceGoneOnOwnThread() {
     auto queue = DispatchQueue::make("own");
     queue->async([queue] { std::this_thread::sleep_for(milliseconds(20)); });
@@ -228,6 +250,7 @@ const std::map<std::string_view, int (*)()> scenarios = {
     {"workWaitsForOtherQueue", workWaitsForOtherQueue},
     {"exitFromWork", exitFromWork},
     {"threadsStillHandOver", threadsStillHandOver},
+    {"threadsHandOverFasterThanWorkRuns", threadsHandOverFasterThanWorkRuns},
     {"lastReferenceGoneOnOwnThread", lastReferenceGoneOnOwnThread},
     {"childOfForkExits", childOfForkExits},
     {"unusedChildOfForkExits", unusedChildOfForkExits},
@@ -310,6 +333,10 @@ TEST(DispatchQueueAtExit, NeitherHangsNorCrashesWhileThreadsStillHandOver) {
     for (int round = 0; round < 10; ++round) {
         EXPECT_EQ(play("threadsStillHandOver"), (Outcome{0, "exiting"}));
     }
+}
+
+TEST(DispatchQueueAtExit, ComesToAnEndWhileThreadsHandOverFasterThanWorkRuns) {
+    EXPECT_EQ(play("threadsHandOverFasterThanWorkRuns"), (Outcome{0, "late"}));
 }
 
 TEST(DispatchQueueAtExit, RunsWhatAQueueHasLeftWhoseLastReferenceIsGone) {

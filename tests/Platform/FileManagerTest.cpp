@@ -161,6 +161,17 @@ TEST_F(FileManagerTest, CannotMakeFilesWhereNoneCanBe) {
     EXPECT_FALSE(FileManager::createFile(folder_ / "pipe")) << "and nothing waits for a reader";
 }
 
+TEST_F(FileManagerTest, MakesAMissingFileAndKeepsTheBytesOfOneThatIsThere) {
+    EXPECT_TRUE(FileManager::createMissingFile(file_, {{FileAttributeKey::posixPermissions, 0600}}));
+    EXPECT_EQ(std::any_cast<int>((*FileManager::attributesOf(file_))[FileAttributeKey::posixPermissions]), 0600);
+    writeFile(file_, "bytes");
+    EXPECT_TRUE(FileManager::createMissingFile(file_));
+    EXPECT_EQ(readFile(file_), "bytes");
+    int code = 0;
+    EXPECT_FALSE(FileManager::createMissingFile(folder_ / "missing/app.log", {}, &code));
+    EXPECT_EQ(code, ENOENT);
+}
+
 TEST_F(FileManagerTest, MakesAFolderLessTheUmask) {
     const Umask none(0);
     EXPECT_TRUE(FileManager::createFolder(folder_ / "new"));

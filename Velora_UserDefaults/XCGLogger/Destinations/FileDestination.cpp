@@ -75,10 +75,12 @@ public:
 
     void batchEnded() noexcept override {
         const std::shared_ptr<BaseDestination> destination = std::exchange(keptAlive_, nullptr);
-        const HeldFile held(destination_);
-        if (pendingBytes() >= destination_.bytesToHoldBack()) {
-            writePending();
-        }
+        reportingExceptions([this] {
+            const HeldFile held(destination_);
+            if (pendingBytes() >= destination_.bytesToHoldBack()) {
+                writePending();
+            }
+        });
     }
 
     /// Leaves what is pending to the queue. Whoever holds this file, and no other before it, tells the queue, but only
@@ -106,7 +108,8 @@ public:
         while (hasLeft() && lock.try_lock()) {
             QueuedLine::Deferral::begin();
             for (const std::string& line : takeLeft()) {
-                destination_.write(line);
+                // The caller may be on its way out of an exception.
+                reportingExceptions([&] { destination_.write(line); });
             }
             lock.unlock();
             QueuedLine::Deferral::end();
@@ -260,10 +263,12 @@ void FileDestination::openFile() {
     const bool isAppending = FileManager::fileExists(path) && shouldAppend();
     int creationCode = 0;
     if (!isAppending) {
-        FileManager::createFile(path, fileAttributes().value_or(FileAttributes()), &creationCode);
+        const auto create = shouldAppend() ? FileManager::createMissingFile : FileManager::createFile;
+        create(path, fileAttributes().value_or(FileAttributes()), &creationCode);
     }
     FileResult<FileHandle> handle = FileHandle::openForWriting(path);
     if (!handle) {
+        file_->look();
         // That there is no file helps nobody who may want to know why it could not be made.
         const FileError error = handle.error().code == ENOENT && creationCode != 0
                                     ? FileError::make(creationCode, path, "couldn’t be opened for writing")
@@ -298,6 +303,21 @@ void FileDestination::announceOpening(bool isAppending) {
     }
 }
 
+/// Tries, at most once a second, to open a file that could not be opened, and returns whether it is open then. One
+/// that is being moved to an archive is closed on purpose.
+bool FileDestination::openAgain() {
+    if (isMovingFile() || !owner() || !writeToFileURL_ || !file_->isTimeToLook()) {
+        return false;
+    }
+    try {
+        goOn(writeToFileURL_->path());
+    } catch (...) {
+        file_->lookSoon();  // want of memory says nothing about the file
+        throw;
+    }
+    return file_->isOpen();
+}
+
 void FileDestination::goOnIfReplaced() {
     if (!file_->isTimeToLook() || !writeToFileURL_) {
         return;
@@ -321,7 +341,7 @@ void FileDestination::goOnAfterFork() {
 void FileDestination::goOn(const std::string& path) {
     const bool isReplaced = FileManager::fileExists(path);
     if (!isReplaced) {
-        FileManager::createFile(path, fileAttributes().value_or(FileAttributes()));
+        FileManager::createMissingFile(path, fileAttributes().value_or(FileAttributes()));
     }
     FileResult<FileHandle> handle = FileHandle::openForWriting(path);
     if (!handle) {
@@ -356,7 +376,7 @@ void FileDestination::write(std::string_view message) {
     if (movingIn_ && !isMovingFile() && !held.isNested()) {
         goOnAfterFork();
     }
-    if (!file_->isOpen()) {
+    if (!file_->isOpen() && !openAgain()) {
         return;
     }
     goOnIfReplaced();
@@ -456,6 +476,12 @@ bool FileDestination::rotateFile(const FileTarget& to, const std::function<void(
         movingIn_ = forkGeneration();
         reportingExceptions([&] { success = moveFile(to); });
         movingIn_.reset();
+        if (!success && !file_->isOpen() && owner() && writeToFileURL_) {
+            // An exception, such as for want of memory, may have come between closing and opening. If there still is
+            // none, the next line tries again.
+            file_->lookSoon();
+            reportingExceptions([&] { goOn(writeToFileURL_->path()); });
+        }
     }
     if (closure) {
         reportingExceptions([&] { closure(success); });

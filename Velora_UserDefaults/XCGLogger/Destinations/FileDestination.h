@@ -38,8 +38,9 @@ namespace velora {
 /// **Failures** are internal lines at level `error` on the owner's other destinations: a file that cannot be
 /// opened, a rotation that fails. A write that fails prints "Objective-C Exception occurred: …" to standard
 /// output, and the next line is tried as usual. A line that is no valid UTF-8 is dropped.
-/// If the file is removed or replaced while it is open, the destination notices within a second, when it
-/// next writes, and goes on in a file under the same name.
+/// A file that could not be opened, at first or after a rotation, is tried again at most once a second, when a line
+/// is written; lines until then are lost. If the file is removed or replaced while it is open, the destination notices
+/// within a second, when it next writes, and goes on in a file under the same name.
 class VELORA_EXPORT FileDestination : public BaseQueuedDestination {
 public:
     /// `owner` is usually null. `writeToFile` that is no path or file URL means that nothing is ever written.
@@ -178,6 +179,7 @@ private:
     void writeHeldLines();
     void openFile();
     void announceOpening(bool isAppending);
+    bool openAgain();
     void goOnIfReplaced();
     void goOnAfterFork();
     void goOn(const std::string& path);

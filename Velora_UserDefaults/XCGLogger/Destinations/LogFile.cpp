@@ -30,7 +30,7 @@ void LogFile::open(FileHandle handle) {
     }
     handle_ = std::move(handle);
     endsInsideALine_ = false;
-    lastLook_ = roughDate();
+    look();
 }
 
 void LogFile::close() {
@@ -55,19 +55,19 @@ void LogFile::synchronize() {
 std::size_t LogFile::tryToWrite(std::string_view bytes, std::size_t done) {
     if (endsInsideALine_) {
         // What is left of a line that a full disk cut off gets an end, so that this one begins a line.
-        const std::string onNewLine = "\n" + std::string(bytes);
         endsInsideALine_ = false;
-        const std::size_t written = tryToWrite(onNewLine);
-        if (written == 0) {
+        if (tryToWrite("\n") == 0) {
             endsInsideALine_ = true;
             return 0;
         }
-        return written - 1;
     }
     std::size_t written = 0;
-    if (const auto result = handle_.write(bytes.substr(done), written); !result) {
-        printException(result.error().description);
-    }
+    // That there is no memory to describe a failure must not keep what is written from being taken out of `pending_`.
+    reportingExceptions([&] {
+        if (const auto result = handle_.write(bytes.substr(done), written); !result) {
+            printException(result.error().description);
+        }
+    });
     done += written;
     endsInsideALine_ = done > 0 && bytes[done - 1] != '\n';
     return done;
@@ -99,6 +99,10 @@ void LogFile::writeRest(std::size_t done) {
         tryToWrite(text.substr(done, end - done));
         done = end;
     }
+}
+
+void LogFile::look() {
+    lastLook_ = roughDate();
 }
 
 bool LogFile::isTimeToLook() {

@@ -78,6 +78,10 @@ public:
     /// Whether it is time to look again if the file is still where it was: at most once a second, and at once
     /// after the clock has jumped.
     bool isTimeToLook();
+    /// Has it be time again only in a second.
+    void look();
+    /// Has it be time at once.
+    void lookSoon() noexcept { lastLook_ = Date{}; }
     /// Whether `path` still names the open file.
     bool isStillAt(const std::string& path) const { return handle_.stillAt(path); }
 

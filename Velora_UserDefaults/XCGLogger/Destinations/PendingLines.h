@@ -31,6 +31,8 @@ public:
         if (isMapped()) {
             return appendToMapping(line);
         }
+        // At once, lest there be memory for the line only: the next one would go on in it.
+        text_.reserve(text_.size() + line.size() + 1);
         text_.append(line);
         text_.push_back('\n');
         return true;

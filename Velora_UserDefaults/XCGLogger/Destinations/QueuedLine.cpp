@@ -112,19 +112,24 @@ void QueuedLine::takeOver(BaseQueuedDestination& destination, LogDetails& logDet
         size_ = static_cast<std::uint16_t>(message.copy(text_.data(), text_.size()));
         return;
     }
-    message_.swap(message);
     if (hasRecord_) {
         if (!record_) {
             record_ = std::make_unique<LogDetails>();
         }
         std::swap(*record_, logDetails);
     }
+    message_.swap(message);
 }
 
 void QueuedLine::submit(DispatchQueue& queue, BaseQueuedDestination& destination, LogDetails& logDetails,
                         std::string& message) {
     QueuedLine* const line = QueuedLinePool::take();
-    line->takeOver(destination, logDetails, message);
+    try {
+        line->takeOver(destination, logDetails, message);
+    } catch (...) {
+        QueuedLinePool::giveBack(line);
+        throw;
+    }
     // A line that this thread holds back is not on the queue yet, where others could wait for it.
     const bool isDeferred = Deferral::isActive();
     if (isDeferred || !destination.isKeptByLogger()) {

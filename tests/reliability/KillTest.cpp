@@ -1,0 +1,168 @@
+// Which lines are in the file when a program that logs at full speed is killed (SIGKILL) at a random moment.
+//
+// VELORA_KILLS says how often in each mode; 20 if it is not set.
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <iostream>
+#include <random>
+#include <string>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include "reliability/LoggedLines.h"
+#include "support/TemporaryFolder.h"
+
+namespace velora::test {
+namespace {
+
+/// A number that a process shares with the children it forks.
+class SharedNumber {
+public:
+    SharedNumber()
+        : memory_(::mmap(nullptr, sizeof(std::atomic<int>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)),
+          number_(new (memory_) std::atomic<int>(0)) {}
+    SharedNumber(const SharedNumber&) = delete;
+    SharedNumber& operator=(const SharedNumber&) = delete;
+    ~SharedNumber() { ::munmap(memory_, sizeof(std::atomic<int>)); }
+    std::atomic<int>& operator*() const { return *number_; }
+
+private:
+    void* memory_;
+    std::atomic<int>* number_;
+};
+
+/// What a killed process left behind.
+struct Remains {
+    /// How many log calls had returned.
+    int returned = 0;
+    FoundLines found;
+    /// The file or archive that was written last.
+    std::string lastBytes;
+};
+
+class KilledProcess : public testing::TestWithParam<Mode> {
+protected:
+    static Mode mode() {
+        Mode mode = GetParam();
+        // Long enough that no archive is deleted.
+        mode.maxFileSize = mode.maxFileSize == 0 ? 0 : 20'000;
+        return mode;
+    }
+
+    [[noreturn]] void logForEver(const std::string& path) const {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        LoggedFile file(mode(), path);
+        file.open();
+        for (int number = 0;; ++number) {
+            file.logger().info(numberedText(number));
+            (*returned_).store(number + 1, std::memory_order_relaxed);
+        }
+    }
+
+    /// Has a process log and kills it some time later.
+    Remains killOne(std::chrono::microseconds time) {
+        const TemporaryFolder folder;
+        const std::string path = folder / "app.log";
+        *returned_ = 0;
+        const pid_t child = ::fork();
+        if (child == 0) {
+            logForEver(path);
+        }
+        while (*returned_ == 0) {
+            std::this_thread::yield();
+        }
+        std::this_thread::sleep_for(time);
+        ::kill(child, SIGKILL);
+        ::waitpid(child, nullptr, 0);
+        const LoggedFile reader(mode(), path);
+        Remains remains{.returned = *returned_, .found = reader.found(), .lastBytes = readFile(path)};
+        if (remains.lastBytes.empty() && !reader.archives().empty()) {
+            remains.lastBytes = readFile(reader.archives().back());
+        }
+        return remains;
+    }
+
+    SharedNumber returned_;
+};
+
+INSTANTIATE_TEST_SUITE_P(InEachMode, KilledProcess, testing::ValuesIn(allModes), nameOf);
+
+std::size_t bytesOf(const std::vector<int>& numbers) {
+    std::size_t bytes = 0;
+    for (const int number : numbers) {
+        bytes += numberedText(number).size() + 3;  // "> " and the line feed
+    }
+    return bytes;
+}
+
+/// The lines whose calls had returned and that are not there, in each of several runs.
+class Losses {
+public:
+    void add(const std::vector<int>& lost, int returned) {
+        lines_.push_back(lost.size());
+        bytes_.push_back(bytesOf(lost));
+        returned_ += returned;
+    }
+    void print(const char* mode) {
+        std::cout << mode << ": killed " << lines_.size() << " times, " << returned_ << " calls had returned; lost "
+                  << median(lines_) << " lines (median), " << *std::ranges::max_element(lines_) << " (most); "
+                  << median(bytes_) << " bytes (median), " << *std::ranges::max_element(bytes_) << " (most)\n";
+    }
+
+private:
+    static std::size_t median(std::vector<std::size_t>& values) {
+        std::ranges::sort(values);
+        return values.at(values.size() / 2);
+    }
+
+    std::vector<std::size_t> lines_;
+    std::vector<std::size_t> bytes_;
+    long long returned_ = 0;
+};
+
+TEST_P(KilledProcess, HasLostNothingButTheTailThatItsModeHoldsBack) {
+    const int kills = numberFromEnvironment("VELORA_KILLS", 20);
+    const unsigned seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    std::uniform_int_distribution<int> microseconds(0, 20'000);
+    Losses losses;
+    for (int kill = 0; kill < kills; ++kill) {
+        const Remains remains = killOne(std::chrono::microseconds(microseconds(random)));
+        const auto& [returned, found, lastBytes] = remains;
+        const auto there = static_cast<int>(found.numbers.size());
+        ASSERT_EQ(found.numbers, numbersFrom(0, there)) << "a line is missing or doubled before the end";
+        // The kernel may end a write at a page's end when it kills the process.
+        ASSERT_LE(found.torn.size(), 1U);
+        if (!found.torn.empty()) {
+            ASSERT_TRUE(lastBytes.ends_with(found.torn.front())) << "torn, but not at the end: " << found.torn.front();
+            ASSERT_TRUE(("> " + numberedText(there)).starts_with(found.torn.front()) ||
+                        !found.torn.front().starts_with("> line "));
+        }
+        const std::vector<int> lost = numbersFrom(there, std::max(there, returned));
+        losses.add(lost, returned);
+        const bool holdsBack = GetParam().hasQueue || GetParam().bufferCapacity > 0;
+        if (!holdsBack) {
+            ASSERT_TRUE(lost.empty()) << "a call had returned, and its line is not there";
+        } else if (!GetParam().hasQueue) {
+            ASSERT_LT(bytesOf(lost), GetParam().bufferCapacity);
+        } else {
+            // The waiting lines, the batch that is being written, and what a buffer holds back.
+            ASSERT_LE(lost.size(), DispatchQueue::defaultCapacity + 2 * DispatchQueue::maximumBatch +
+                                       GetParam().bufferCapacity / 20);
+        }
+    }
+    losses.print(GetParam().name);
+}
+
+}  // namespace
+}  // namespace velora::test

@@ -1,0 +1,140 @@
+// What becomes of lines when the process has used up its file descriptors for a time.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/resource.h>
+#include <unistd.h>
+#include <vector>
+
+#include "reliability/FaultyCalls.h"
+#include "reliability/LoggedLines.h"
+#include "support/TemporaryFolder.h"
+
+namespace velora::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr std::int64_t untilTheNextLook = 2;
+
+/// Uses up all descriptors that the process may have as long as it lives.
+class NoDescriptors {
+public:
+    NoDescriptors() {
+        ::getrlimit(RLIMIT_NOFILE, &before_);
+        rlimit few = before_;
+        few.rlim_cur = 64;
+        ::setrlimit(RLIMIT_NOFILE, &few);
+        useUp();
+    }
+    NoDescriptors(const NoDescriptors&) = delete;
+    NoDescriptors& operator=(const NoDescriptors&) = delete;
+    ~NoDescriptors() {
+        for (const int descriptor : taken_) {
+            ::close(descriptor);
+        }
+        ::setrlimit(RLIMIT_NOFILE, &before_);
+    }
+    /// Takes those, too, that were let go since.
+    void useUp() {
+        for (int descriptor = ::dup(STDERR_FILENO); descriptor >= 0; descriptor = ::dup(STDERR_FILENO)) {
+            taken_.push_back(descriptor);
+        }
+    }
+
+private:
+    rlimit before_{};
+    std::vector<int> taken_;
+};
+
+/// A destination that takes every free descriptor when it hears of a rotation, as another thread may.
+class TakingDescriptors : public BaseDestination {
+public:
+    using BaseDestination::BaseDestination;
+    void output(LogDetails& logDetails, std::string& /*message*/) override {
+        if (shortage != nullptr && logDetails.message.starts_with("Rotated file ")) {
+            shortage->useUp();
+        }
+    }
+
+    NoDescriptors* shortage = nullptr;
+};
+
+class NoDescriptorsTest : public testing::TestWithParam<Mode> {
+protected:
+    TemporaryFolder folder_;
+    const std::string path_ = folder_ / "app.log";
+    LoggedFile file_{GetParam(), path_};
+};
+
+INSTANTIATE_TEST_SUITE_P(InEachMode, NoDescriptorsTest, testing::ValuesIn(allModes), nameOf);
+
+TEST_P(NoDescriptorsTest, OpeningIsReportedAndDoneWhenThereAreSomeAgain) {
+    {
+        const NoDescriptors shortage;
+        file_.open();
+        EXPECT_THAT(file_.errors(), ElementsAre("Attempt to open log file for writing failed: The file “" + path_ +
+                                                "” couldn’t be opened for writing: Too many open files"));
+        file_.logAndSettle(0, 5);
+    }
+    FaultyCalls::passTime(untilTheNextLook);
+    file_.logAndSettle(5, 10);
+    EXPECT_EQ(file_.found().numbers, numbersFrom(5, 10));
+    EXPECT_THAT(file_.found().internal, Not(IsEmpty()));
+    EXPECT_THAT(file_.found().torn, IsEmpty());
+}
+
+TEST_P(NoDescriptorsTest, WritingAndRotatingNeedNoneBeyondThatOfTheFile) {
+    file_.open();
+    const std::string printed = printedBy([&] {
+        const NoDescriptors shortage;
+        file_.logAndSettle(0, 200);
+    });
+    EXPECT_EQ(printed, "");
+    EXPECT_THAT(file_.errors(), IsEmpty());
+    EXPECT_EQ(file_.archives().empty(), GetParam().maxFileSize == 0);
+    EXPECT_EQ(file_.found().numbers, numbersFrom(0, 200));
+    EXPECT_THAT(file_.found().torn, IsEmpty());
+}
+
+TEST_P(NoDescriptorsTest, ReopeningAfterARotationIsReportedAndDoneWhenThereAreSomeAgain) {
+    const auto taking = make<TakingDescriptors>(nullptr, "taking");
+    file_.logger().add(taking);
+    file_.open();
+    file_.logAndSettle(0, 5);
+    {
+        NoDescriptors shortage;
+        taking->shortage = &shortage;
+        EXPECT_TRUE(file_.file().rotateFile(folder_ / "archive"));
+        taking->shortage = nullptr;
+        EXPECT_THAT(file_.errors(), ElementsAre("Attempt to open log file for writing failed: The file “" + path_ +
+                                                "” couldn’t be opened for writing: Too many open files"));
+        file_.logAndSettle(5, 10);
+    }
+    FaultyCalls::passTime(untilTheNextLook);
+    file_.logAndSettle(10, 15);
+    EXPECT_EQ(linesOf(readFile(folder_ / "archive")).numbers, numbersFrom(0, 5));
+    EXPECT_EQ(file_.found().numbers, numbersFrom(10, 15));
+}
+
+TEST_P(NoDescriptorsTest, AReplacedFileIsWrittenOnUntilThereAreSomeAgain) {
+    file_.open();
+    file_.logAndSettle(0, 5);
+    std::filesystem::rename(path_, folder_ / "moved");
+    {
+        const NoDescriptors shortage;
+        FaultyCalls::passTime(untilTheNextLook);
+        file_.logAndSettle(5, 10);
+    }
+    FaultyCalls::passTime(untilTheNextLook);
+    file_.logAndSettle(10, 15);
+    EXPECT_EQ(linesOf(readFile(folder_ / "moved")).numbers, numbersFrom(0, 10));
+    EXPECT_EQ(file_.found().numbers, numbersFrom(10, 15));
+}
+
+}  // namespace
+}  // namespace velora::test
