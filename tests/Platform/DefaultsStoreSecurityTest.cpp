@@ -1,6 +1,7 @@
 // Who may see the settings, and what another user can make the store do to files that are not its own.
 
 #include <array>
+#include <csignal>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -157,6 +158,57 @@ TEST(DefaultsStoreSecurity, FollowsNoLinkThatAnotherUserPutIntoAFolderOfAll) {
     EXPECT_EQ(readFile(home + "/victim.json"), precious);
     EXPECT_EQ(resultOfForkedChild(write), 0) << "as the superuser";
     EXPECT_EQ(readFile(home + "/victim.json"), precious);
+}
+
+/// Puts links to `victim` at every name that is free beside the store, until the process is ended.
+[[noreturn]] void plantForEver(const std::string& folder, const std::string& victim) {
+    for (;;) {
+        for (const char* name : besideStore) {
+            const std::string path = folder + "/" + name;
+            static_cast<void>(::symlink(victim.c_str(), path.c_str()));
+            ::unlink(path.c_str());
+            static_cast<void>(::link(victim.c_str(), path.c_str()));
+            ::unlink(path.c_str());
+        }
+    }
+}
+
+TEST(DefaultsStoreSecurity, BearsThatAnotherUserPlantsLinksWhileItWrites) {
+    if (!canBecomeOtherUsers()) {
+        GTEST_SKIP() << "only the superuser can act as another user";
+    }
+    const std::string precious = "precious data";
+    for (int round = 0; round < 20; ++round) {
+        const SharedFolder shared;
+        const std::string victim = shared.folderOf(someUser, 0755) + "/victim";
+        writeFile(victim, precious);
+        ASSERT_EQ(::chown(victim.c_str(), someUser, someUser), 0);
+        const pid_t attacker = ::fork();
+        if (attacker == 0) {
+            ::alarm(30);
+            if (::setresgid(anotherUser, anotherUser, anotherUser) == 0 &&
+                ::setresuid(anotherUser, anotherUser, anotherUser) == 0) {
+                plantForEver(shared.path(), victim);
+            }
+            ::_exit(1);
+        }
+        const int stored = resultAsUser(someUser, [&] {
+            int writes = 0;
+            for (int number = 0; number < 10; ++number) {
+                DefaultsStore store(shared / "UserDefaults.json");
+                const Reports reports(store);
+                writes += store.setInteger("number", number) ? 1 : 0;
+            }
+            return writes;
+        });
+        ::kill(attacker, SIGKILL);
+        int status = 0;
+        ASSERT_EQ(::waitpid(attacker, &status, 0), attacker);
+        ASSERT_TRUE(WIFSIGNALED(status)) << "nobody attacked";
+        EXPECT_GE(stored, 0);
+        EXPECT_EQ(readFile(victim), precious);
+        EXPECT_EQ(modeOf(victim), 0644U);
+    }
 }
 
 TEST(DefaultsStoreSecurity, FollowsLinksOfTheUsersOwnEvenThere) {
