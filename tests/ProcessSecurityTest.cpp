@@ -76,6 +76,7 @@ FILE* fopenReporting(const char* path, const char* mode) {
 
 // These stand before the C library's functions for the whole program, the library and the C++ library included.
 #pragma GCC visibility push(default)
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's are reserved names
 extern "C" {
 
 mode_t umask(mode_t mask) noexcept {
@@ -113,6 +114,7 @@ int open64(const char* path, int flags, ...) __attribute__((alias("open")));
 FILE* fopen64(const char* path, const char* mode) __attribute__((alias("fopen")));
 
 }  // extern "C"
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
 #pragma GCC visibility pop
 
 namespace velora::test {

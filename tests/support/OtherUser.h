@@ -46,7 +46,7 @@ public:
 
     /// A folder beside it that belongs to `user` alone, or whatever `mode` says.
     std::string folderOf(uid_t user, mode_t mode = 0700) const {
-        const std::string folder = folder_ / std::to_string(user);
+        std::string folder = folder_ / std::to_string(user);
         ::mkdir(folder.c_str(), 0700);
         EXPECT_EQ(::chown(folder.c_str(), user, user), 0);
         ::chmod(folder.c_str(), mode);
