@@ -26,6 +26,29 @@ if(VELORA_SANITIZE)
     endif()
 endif()
 
+# Against memory errors in what is installed. Tables of addresses that cannot be written once the program runs cost
+# nothing. Checked copies and guarded stacks cost a sixth of the time that composing a line takes, so they are asked for.
+# What the builder's own flags, or a compiler's defaults, say of those two holds.
+option(VELORA_HARDEN "Build the library and the tools with the compiler's run-time checks, too" OFF)
+add_library(velora_hardening INTERFACE)
+target_link_options(velora_hardening INTERFACE LINKER:-z,relro LINKER:-z,now)
+if(VELORA_HARDEN AND NOT VELORA_SANITIZE)
+    include(CheckCXXSourceCompiles)
+    check_cxx_source_compiles("
+        #ifdef _FORTIFY_SOURCE
+        #error
+        #endif
+        int main() {}" VELORA_COMPILER_FORTIFIES_NOTHING)
+    if(VELORA_COMPILER_FORTIFIES_NOTHING)
+        # Without optimisation the C library only warns that it cannot.
+        target_compile_definitions(velora_hardening INTERFACE
+            "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:_FORTIFY_SOURCE=2>")
+    endif()
+    if(NOT CMAKE_CXX_FLAGS MATCHES "stack-protector")
+        target_compile_options(velora_hardening INTERFACE -fstack-protector-strong)
+    endif()
+endif()
+
 find_program(VELORA_CCACHE ccache)
 if(VELORA_CCACHE AND PROJECT_IS_TOP_LEVEL AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
     set(CMAKE_CXX_COMPILER_LAUNCHER "${VELORA_CCACHE}")

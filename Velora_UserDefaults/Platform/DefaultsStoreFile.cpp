@@ -87,14 +87,61 @@ void giveToFolderOwner(int descriptor, const std::string& path) {
     }
 }
 
-/// A second name of the file is a backup's where only the user could have made it, else perhaps a trap.
+/// A second name of the file is a backup's where only the user could have made it, else perhaps a trap. Whose folder it
+/// is may set one too: for root, say, who works with the settings of another user.
 bool isOurs(const struct stat& status, const std::string& path) {
-    if (!S_ISREG(status.st_mode)) {
+    struct stat folder {};
+    if (!S_ISREG(status.st_mode) || ::stat(folderOf(path).c_str(), &folder) != 0) {
         return false;
     }
+    const bool isForAll = (folder.st_mode & S_IWOTH) != 0;
+    if (!isForAll && folder.st_uid == ::geteuid()) {
+        return true;
+    }
+    const bool isOfTheFolder = !isForAll && status.st_uid == folder.st_uid;
+    return (status.st_uid == ::geteuid() || isOfTheFolder) && status.st_nlink == 1;
+}
+
+/// Gives a file of the user's the mode that files beside the store have, whatever the umask was when it was made.
+void keepToOwner(int descriptor, const struct stat& status) {
+    if ((status.st_mode & 07777U) != fileMode && status.st_uid == ::geteuid()) {
+        // A file system without modes refuses.
+        [[maybe_unused]] const int result = ::fchmod(descriptor, fileMode);
+    }
+}
+
+/// What was the store until now goes, if others could read it: nobody else is to find old settings.
+void removeIfOpenToOthers(const std::string& former) {
+    struct stat status {};
+    if (::lstat(former.c_str(), &status) == 0 && (status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+        ::unlink(former.c_str());
+    }
+}
+
+/// Makes one folder with all of its mode, whatever the umask.
+bool makeFolder(const std::string& path) {
+    if (::mkdir(path.c_str(), folderMode) != 0) {
+        return false;
+    }
+    // A folder that not even its owner may read opens in no other way.
+    const DefaultsStoreDescriptor folder(::open(path.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    struct stat status {};
+    if (folder && ::fstat(folder.get(), &status) == 0 && status.st_uid == ::geteuid() &&
+        (status.st_mode & folderMode) != folderMode) {
+        // fchmod(2) refuses such a descriptor; the path could have become another folder.
+        ::chmod(fmt::format("/proc/self/fd/{}", folder.get()).c_str(), folderMode);
+    }
+    return true;
+}
+
+/// Whether the user, or who owns the folder, made the link. The kernel asks the same before it follows one in a folder
+/// where all may make links (fs.protected_symlinks in proc(5)), unless the system is set up not to.
+bool mayBeFollowed(const std::filesystem::path& link) {
+    constexpr mode_t shared = S_ISVTX | S_IWOTH;
+    struct stat named {};
     struct stat folder {};
-    const bool onlyOursToWrite = ::stat(folderOf(path).c_str(), &folder) == 0 && (folder.st_mode & S_IWOTH) == 0;
-    return onlyOursToWrite || (status.st_uid == ::geteuid() && status.st_nlink == 1);
+    return ::lstat(link.c_str(), &named) == 0 && ::stat(link.parent_path().c_str(), &folder) == 0 &&
+           ((folder.st_mode & shared) != shared || named.st_uid == ::geteuid() || named.st_uid == folder.st_uid);
 }
 
 bool writeAndSync(DefaultsStoreDescriptor& file, std::string_view bytes) {
@@ -224,7 +271,8 @@ std::string resolvedStorePath(const std::string& path) {
     constexpr int maximumLinks = 40;  // as many as the kernel follows
     std::error_code error;
     std::filesystem::path resolved = std::filesystem::absolute(path, error);
-    for (int links = 0; links < maximumLinks && std::filesystem::is_symlink(resolved, error); ++links) {
+    for (int links = 0; links < maximumLinks && std::filesystem::is_symlink(resolved, error) && mayBeFollowed(resolved);
+         ++links) {
         resolved = resolved.parent_path() / std::filesystem::read_symlink(resolved, error);
     }
     return resolved.lexically_normal().string();
@@ -238,7 +286,7 @@ bool makeStoreFolder(const std::string& path, std::string& fault) {
     }
     for (std::size_t end = 0; end != std::string::npos;) {
         end = folder.find('/', end + 1);
-        if (::mkdir(folder.substr(0, end).c_str(), folderMode) == 0) {
+        if (makeFolder(folder.substr(0, end))) {
             continue;
         }
         // On the way down, folders that exist may refuse for other reasons than existing.
@@ -261,8 +309,11 @@ DefaultsStoreDescriptor openBesideStore(const std::string& path, int flags) {
         errno = EPERM;
         return DefaultsStoreDescriptor();
     }
-    if ((flags & O_CREAT) != 0 && status.st_size == 0) {
-        giveToFolderOwner(file.get(), path);
+    if ((flags & O_CREAT) != 0) {
+        keepToOwner(file.get(), status);
+        if (status.st_size == 0) {
+            giveToFolderOwner(file.get(), path);
+        }
     }
     return file;
 }
@@ -283,6 +334,7 @@ bool replaceStoreFile(const std::string& path, std::string_view bytes,
         ::unlink(spare.c_str());
         return false;
     }
+    removeIfOpenToOthers(spare);
     syncFolder(folderOf(path));
     return true;
 }

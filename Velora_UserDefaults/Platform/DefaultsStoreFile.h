@@ -75,15 +75,18 @@ struct DefaultsStoreContents {
     static DefaultsStoreContents read(const std::string& path);
 };
 
-/// The absolute path that `path` leads to, if it names a symbolic link, be there a file or not.
+/// The absolute path that `path` leads to, if it names a symbolic link, be there a file or not. A link that another
+/// user put into a folder where all may make some (as in /tmp) is not followed: writing then replaces the link, or
+/// fails.
 std::string resolvedStorePath(const std::string& path);
 
-/// Makes the folder of `path` and those above it, where missing, with mode 0700.
+/// Makes the folder of `path` and those above it, where missing, with mode 0700 whatever the umask.
 bool makeStoreFolder(const std::string& path, std::string& fault);
 
 /// Opens a small file of ours beside the store; no link, nothing but a regular file, and nobody else's: in a folder
-/// that all may write to, anybody may have put one there. A file that is made belongs to the owner of the folder, so
-/// that a write by the superuser does not lock the user out. Sets errno on failure.
+/// that others may write to, they may have put one there. With O_CREAT the user's file gets the mode 0600 whatever
+/// the umask and its mode before. A file that is made belongs to the owner of the folder, so that a write by the
+/// superuser does not lock the user out. Sets errno on failure.
 DefaultsStoreDescriptor openBesideStore(const std::string& path, int flags);
 
 /// Whether `path` still names the file that is open.

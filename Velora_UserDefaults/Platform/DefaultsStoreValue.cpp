@@ -133,7 +133,7 @@ std::string tildeExpanded(std::string_view path) {
     }
     const std::size_t end = std::min(path.find('/'), path.size());
     const std::string user(path.substr(1, end - 1));
-    const char* home = user.empty() ? ::getenv("HOME") : nullptr;
+    const char* home = user.empty() ? ::secure_getenv("HOME") : nullptr;
     const auto folder = home != nullptr && *home != '\0' ? std::optional<std::string>(home) : homeOf(user);
     return folder ? *folder + std::string(path.substr(end)) : std::string(path);
 }

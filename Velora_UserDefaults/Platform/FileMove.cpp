@@ -122,9 +122,11 @@ int finishCopy(int from, int to, const struct stat& status) {
         return code;
     }
     // Giving a file to another user is allowed to few; and it takes away the set-id bits, so permissions come after.
-    [[maybe_unused]] const int ignored = ::fchown(to, status.st_uid, status.st_gid);
+    // Where the owner changes, nobody gave the new one's rights to those who run the file.
+    const bool hasOwners = ::fchown(to, status.st_uid, status.st_gid) == 0;
+    const mode_t permissions = status.st_mode & (hasOwners ? 07777U : 01777U);
     const std::array<timespec, 2> dates{status.st_atim, status.st_mtim};
-    if (::fchmod(to, status.st_mode & 07777) != 0 || ::futimens(to, dates.data()) != 0 || ::fsync(to) != 0) {
+    if (::fchmod(to, permissions) != 0 || ::futimens(to, dates.data()) != 0 || ::fsync(to) != 0) {
         return errno;
     }
     return 0;

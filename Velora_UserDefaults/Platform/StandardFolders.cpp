@@ -1,8 +1,11 @@
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
-#include <fstream>
+#include <memory>
 #include <optional>
 #include <pwd.h>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
@@ -16,9 +19,10 @@ namespace velora {
 
 namespace {
 
-/// The value of an environment variable if it is an absolute path, else empty.
+/// The value of an environment variable if it is an absolute path, else empty. A program that runs with more rights
+/// than whoever started it (set-user-ID) takes no path from that user.
 std::string absolutePathIn(const char* variable) {
-    const char* value = ::getenv(variable);
+    const char* value = ::secure_getenv(variable);
     return value != nullptr && *value == '/' ? value : "";
 }
 
@@ -105,11 +109,27 @@ std::optional<std::string> downloadsFolderIn(std::string_view line) {
     return rest ? std::optional(base + *rest) : std::nullopt;
 }
 
+/// What a small text file holds; nothing if it cannot be read. Unlike std::ifstream, this leaves no descriptor to a
+/// program that another thread starts at this moment.
+std::string contentsOf(const std::string& path) {
+    const std::unique_ptr<FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "re"), &std::fclose);
+    std::string contents;
+    std::array<char, 4096> block{};
+    while (file != nullptr) {
+        const std::size_t count = std::fread(block.data(), 1, block.size(), file.get());
+        if (count == 0) {
+            break;
+        }
+        contents.append(block.data(), count);
+    }
+    return contents;
+}
+
 std::optional<std::string> configuredDownloadsFolder() {
     const std::string configuration = folderFrom("XDG_CONFIG_HOME", ".config");
-    std::ifstream file(configuration + "/user-dirs.dirs");
+    std::istringstream file(configuration.empty() ? "" : contentsOf(configuration + "/user-dirs.dirs"));
     std::optional<std::string> folder;
-    for (std::string line; !configuration.empty() && std::getline(file, line);) {
+    for (std::string line; std::getline(file, line);) {
         if (auto found = downloadsFolderIn(line)) {
             folder = std::move(found);
         }

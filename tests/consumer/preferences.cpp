@@ -8,6 +8,7 @@
 #include <Velora_UserDefaults/XCGLogger/Destinations/AutoRotatingFileDestination.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/TestDestination.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/Base64LogFormatter.h>
+#include <Velora_UserDefaults/XCGLogger/LogFormatters/EscapingLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/PrePostFixLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/XcodeColorsLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/XCGLogger.h>
@@ -40,6 +41,8 @@ void useFormatters() {
     record.level = velora::Level::info;
     std::string line = "hi";
     check(velora::make<velora::Base64LogFormatter>()->format(record, line) == "aGk=");
+    std::string twoLines = "one\ntwo";
+    check(velora::make<velora::EscapingLogFormatter>()->format(record, twoLines) == "one\\ntwo");
     const auto marks = velora::make<velora::PrePostFixLogFormatter>();
     marks->apply("<", ">", velora::Level::info);
     check(marks->format(record, line) == "<aGk=>");

@@ -1,7 +1,10 @@
 #include <algorithm>
+#include <array>
 #include <atomic>
+#include <cerrno>
 #include <cstddef>
 #include <limits>
+#include <unistd.h>
 #include <utility>
 
 #include <Velora_UserDefaults/Platform/Date.h>
@@ -10,9 +13,11 @@
 #include <Velora_UserDefaults/Platform/FatalError.h>
 #include <Velora_UserDefaults/Platform/FileManager.h>
 #include <Velora_UserDefaults/Platform/ForkHandlers.h>
+#include <Velora_UserDefaults/Platform/OwnFolder.h>
 #include <Velora_UserDefaults/Platform/Text.h>
 #include <Velora_UserDefaults/XCGLogger/Constants.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/AutoRotatingFileDestination.h>
+#include <Velora_UserDefaults/XCGLogger/EngineGuard.h>
 
 namespace velora {
 
@@ -37,6 +42,29 @@ double now() {
 std::optional<std::string> attribute(const std::string& path, std::string_view name) {
     auto value = readExtendedAttribute(path, name);
     return value ? *std::move(value) : std::nullopt;
+}
+
+/// Where the default log folder may be, best first. In a temporary folder of all users another one may have been
+/// faster.
+std::array<URL, 2> defaultLogFolders() {
+    const URL temporary = URL::fileURL(FileManager::temporaryFolder(), true);
+    return {temporary.appendingPathComponent("log", true),
+            temporary.appendingPathComponent("log-" + std::to_string(::geteuid()), true)};
+}
+
+/// 0, or why nothing is moved to or deleted from `folder`: the library has chosen it, and another user may have
+/// prepared it. A folder that the host chose is the host's business.
+int checkArchiveFolder(const URL& folder) {
+    const std::array<URL, 2> chosenHere = defaultLogFolders();
+    const auto isIt = [&](const URL& chosen) { return chosen.path() == folder.path(); };
+    return std::ranges::any_of(chosenHere, isIt) ? checkOwnFolder(folder.path()) : 0;
+}
+
+/// The end of an archive's name, which is to stay in the archive folder whatever the pattern of the date.
+std::string suffixOfArchive(const DateFormatter& formatter) {
+    std::string suffix = formatter.string(currentDate());
+    std::ranges::replace(suffix, '/', '-');
+    return suffix;
 }
 
 template <typename Value>
@@ -165,9 +193,14 @@ void AutoRotatingFileDestination::setAutoRotatingFileDefaultMaxTimeInterval(doub
 }
 
 URL AutoRotatingFileDestination::defaultLogFolderURL() {
-    URL folder = URL::fileURL(FileManager::temporaryFolder(), true).appendingPathComponent("log", true);
-    static_cast<void>(FileManager::createFolder(folder.path(), /*withIntermediates=*/true));
-    return folder;
+    const std::array<URL, 2> folders = defaultLogFolders();
+    for (const URL& folder : folders) {
+        static_cast<void>(FileManager::createFolder(folder.path(), /*withIntermediates=*/true));
+        if (checkOwnFolder(folder.path()) != EPERM) {
+            return folder;
+        }
+    }
+    return folders.front();
 }
 
 void AutoRotatingFileDestination::setTargetMaxFileSize(std::uint64_t size) {
@@ -260,12 +293,27 @@ void AutoRotatingFileDestination::rotateFile() {
         return;
     }
     const NoRotation whileRotating(*this);
-    const std::string name = baseFileName_ + archiveSuffixDateFormatter()->string(currentDate());
-    rotateFile(archiveFolder().appendingPathComponent(name).appendingPathExtension(fileExtension_),
-               autoRotationCompletion());
+    archiveTo(archiveFolder());
     currentLogStartTimeInterval_ = now();
     currentLogFileSize_ = 0;
     cleanUpLogFiles();
+}
+
+void AutoRotatingFileDestination::archiveTo(const URL& folder) {
+    const std::string name = baseFileName_ + suffixOfArchive(*archiveSuffixDateFormatter());
+    const URL archive = folder.appendingPathComponent(name).appendingPathExtension(fileExtension_);
+    const std::function<void(bool success)>& completion = autoRotationCompletion();
+    const int code = checkArchiveFolder(folder);
+    if (code == 0) {
+        rotateFile(archive, completion);
+        return;
+    }
+    const FileError error = FileError::make(code, folder.path(), "is no place for archives", "folder");
+    report("Unable to rotate file " + writeToFileURL()->path() + " to " + archive.path() + ": " + error.description,
+           Level::error);
+    if (completion) {
+        reportingExceptions([&] { completion(false); });
+    }
 }
 
 URL AutoRotatingFileDestination::archiveFolder() const {
@@ -274,9 +322,10 @@ URL AutoRotatingFileDestination::archiveFolder() const {
 }
 
 std::vector<URL> AutoRotatingFileDestination::archivedFileURLs() const {
+    const URL folder = archiveFolder();
     const FileResult<std::vector<std::string>> entries =
-        FileManager::contentsOfFolder(archiveFolder().path(), /*skipHidden=*/true);
-    if (!entries || !isValidUTF8(identifier())) {
+        FileManager::contentsOfFolder(folder.path(), /*skipHidden=*/true);
+    if (!entries || !isValidUTF8(identifier()) || checkArchiveFolder(folder) != 0) {
         return {};
     }
     std::vector<std::pair<std::string, std::string>> archives;

@@ -76,7 +76,9 @@ public:
     static double autoRotatingFileDefaultMaxTimeInterval();
     static void setAutoRotatingFileDefaultMaxTimeInterval(double seconds);
     /// The folder for archives that have no other: `log` in the temporary folder. Each call makes it if
-    /// it is missing.
+    /// it is missing. In a temporary folder that all may write to, such as /tmp, `log` may belong to another user, be a
+    /// symbolic link or be writable to all: then it is `log-` and the user's number, such as `log-1000`. If that is no
+    /// better, rotations to it fail.
     static URL defaultLogFolderURL();
 
     /// How many characters a file may have. Setting 0 stores the largest number: no rotation by size.
@@ -133,6 +135,7 @@ private:
     void takeOverLiveFile();
     bool mayRotate() const;
     URL archiveFolder() const;
+    void archiveTo(const URL& folder);
     void remove(const URL& archive);
 
     bool shouldAppendAtFirst_;

@@ -1,0 +1,57 @@
+#include <cerrno>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/stat.h>
+
+#include <Velora_UserDefaults/Platform/OwnFolder.h>
+
+#include "support/OtherUser.h"
+#include "support/TemporaryFolder.h"
+
+namespace velora::test {
+namespace {
+
+TEST(OwnFolder, IsAFolderOfTheUsersAmongThoseOfAll) {
+    const SharedFolder shared;
+    EXPECT_EQ(checkOwnFolder(shared / "log"), ENOENT);
+    std::filesystem::create_directory(shared / "log");
+    EXPECT_EQ(checkOwnFolder(shared / "log"), 0);
+    writeFile(shared / "file", "text");
+    EXPECT_EQ(checkOwnFolder(shared / "file"), ENOTDIR);
+}
+
+TEST(OwnFolder, IsNoLinkNoFolderOfAllAndNoneThatAllMayReplace) {
+    const SharedFolder shared;
+    std::filesystem::create_directory(shared / "log");
+    std::filesystem::create_symlink("log", shared / "link");
+    EXPECT_EQ(checkOwnFolder(shared / "link"), EPERM);
+    ASSERT_EQ(::chmod((shared / "log").c_str(), 01777), 0);
+    EXPECT_EQ(checkOwnFolder(shared / "log"), EPERM);
+    ASSERT_EQ(::chmod((shared / "log").c_str(), 0755), 0);
+    EXPECT_EQ(checkOwnFolder(shared / "log"), 0);
+    ASSERT_EQ(::chmod(shared.path().c_str(), 0777), 0);
+    EXPECT_EQ(checkOwnFolder(shared / "log"), EPERM);
+}
+
+TEST(OwnFolder, IsWhateverIsInAFolderThatOnlySomeMayWriteTo) {
+    const TemporaryFolder folder;
+    std::filesystem::create_directory(folder / "log");
+    std::filesystem::create_symlink("log", folder / "link");
+    EXPECT_EQ(checkOwnFolder(folder / "log"), 0);
+    EXPECT_EQ(checkOwnFolder(folder / "link"), 0);
+    EXPECT_EQ(checkOwnFolder(folder / "missing"), ENOENT);
+}
+
+TEST(OwnFolder, IsNotAnotherUsers) {
+    if (!canBecomeOtherUsers()) {
+        GTEST_SKIP() << "only the superuser can act as another user";
+    }
+    const SharedFolder shared;
+    ASSERT_EQ(resultAsUser(anotherUser, [&] { return ::mkdir((shared / "log").c_str(), 0755); }), 0);
+    EXPECT_EQ(resultAsUser(someUser, [&] { return checkOwnFolder(shared / "log"); }), EPERM);
+    EXPECT_EQ(resultAsUser(anotherUser, [&] { return checkOwnFolder(shared / "log"); }), 0);
+}
+
+}  // namespace
+}  // namespace velora::test
