@@ -21,7 +21,7 @@ std::string currentExceptionTypeName();
 /// Runs on the calling thread, and costs nothing unless something is thrown.
 // A cancellation is caught without an object, by a reference to none: a sanitizer must not take offence.
 template <class Closure, class Report>
-[[gnu::no_sanitize("null")]] bool guarded(
+__attribute__((no_sanitize("null"))) bool guarded(
     Closure&& closure,
     Report&& report) {  // NOLINT(cppcoreguidelines-missing-std-forward): called, not passed on
     try {
