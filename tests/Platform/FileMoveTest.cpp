@@ -1,13 +1,8 @@
-#include <array>
 #include <cerrno>
-#include <cstddef>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <string>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/xattr.h>
@@ -15,29 +10,20 @@
 
 #include <Velora_UserDefaults/Platform/FileMove.h>
 
+#include "support/FailingSystemCall.h"
 #include "support/ForkedChild.h"
 #include "support/TemporaryFolder.h"
 
 namespace velora {
 namespace {
 
+using test::makeFail;
 using test::readFile;
 using test::resultOfForkedChild;
 using test::TemporaryFolder;
 using test::writeFile;
 
 constexpr int cannotFilter = 200;
-
-/// Makes the system call `call` fail with `code` from now on in this process, and returns whether that works.
-bool makeFail(long call, int code) {
-    std::array<sock_filter, 4> program{
-        sock_filter BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 1),
-        sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(code)),
-        sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
-    const sock_fprog filter{.len = program.size(), .filter = program.data()};
-    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
-}
 
 /// Renames in a child where the file system seems to know neither flags for renaming nor, if
 /// `withoutLinks`, hard links.
