@@ -6,6 +6,10 @@ DESTDIR ?=
 PRESET ?= release
 # For the benchmark programs, such as --benchmark_filter=file-kernel.
 BENCH_ARGUMENTS ?=
+# How long each target of `make fuzz` is run; empty: until interrupted.
+FUZZ_SECONDS ?=
+# Which targets of `make fuzz`, such as URLFuzz; empty: all.
+FUZZ_TARGETS ?=
 # Not empty: run every benchmark once and briefly, to see that it works.
 BENCH_QUICK ?=
 
@@ -13,7 +17,7 @@ install-packages := scripts/install-packages.sh
 export DESTDIR
 
 .DEFAULT_GOAL := help
-.PHONY: help run test bench docs install format lint clean
+.PHONY: help run test coverage fuzz bench docs install format lint clean
 
 # Ninja itself notices what changed once a build folder is configured. Its benchmarks and tests need
 # packages that the rest does without, so only the tasks that use them turn them on.
@@ -37,6 +41,18 @@ test: ## Build and run all tests; PRESET=asan or tsan for a sanitizer
 	@$(configure-tests)
 	@cmake --build --preset $(PRESET)
 	@ctest --preset $(PRESET)
+
+coverage: ## Run all tests and tell which lines of the library they reach: build/coverage/index.html
+	@$(install-packages) build test coverage
+	@test -f build/coverage/build.ninja || cmake --preset coverage
+	@cmake --build --preset coverage
+	@scripts/coverage.sh
+
+fuzz: ## Try the library with made-up inputs; FUZZ_SECONDS=60 for each target, FUZZ_TARGETS=URLFuzz
+	@$(install-packages) build fuzz
+	@test -f build/fuzz/build.ninja || cmake --preset fuzz
+	@cmake --build --preset fuzz
+	@scripts/fuzz.sh $(if $(FUZZ_SECONDS),--seconds $(FUZZ_SECONDS)) $(FUZZ_TARGETS)
 
 # Configured each time: packages of peers may have come or gone.
 bench: ## Measure the library beside its peers: table, results.json, results.svg; BENCH_QUICK=1 only tries it

@@ -49,6 +49,16 @@ if(VELORA_HARDEN AND NOT VELORA_SANITIZE)
     endif()
 endif()
 
+if(VELORA_COVERAGE)
+    # Counted by threads at the same time.
+    target_compile_options(velora_compiler INTERFACE --coverage -fprofile-update=atomic)
+    target_link_options(velora_compiler INTERFACE --coverage)
+endif()
+if(VELORA_BUILD_FUZZERS AND CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    # Lets libFuzzer see which code an input reaches.
+    target_compile_options(velora_compiler INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
 find_program(VELORA_CCACHE ccache)
 if(VELORA_CCACHE AND PROJECT_IS_TOP_LEVEL AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
     set(CMAKE_CXX_COMPILER_LAUNCHER "${VELORA_CCACHE}")

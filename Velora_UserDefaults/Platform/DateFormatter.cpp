@@ -8,6 +8,7 @@
 #include <string_view>
 #include <typeinfo>
 #include <unicode/fpositer.h>
+#include <unicode/resbund.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
 #include <unicode/unistr.h>
@@ -175,10 +176,18 @@ std::string localeIdentifierFromPOSIX(std::string_view name) {
     return identifier;
 }
 
+/// Whether ICU has texts for the locale or its language. Where it has none, it would take those of the process's own
+/// locale.
+bool isKnown(const icu::Locale& locale) {
+    UErrorCode status = U_ZERO_ERROR;
+    const icu::ResourceBundle texts(static_cast<const char*>(nullptr), locale, status);
+    return U_SUCCESS(status) && status != U_USING_DEFAULT_WARNING;
+}
+
 icu::Locale makeLocale(const std::string& identifier) {
     const std::string name = identifier.empty() ? localeIdentifierFromPOSIX(environmentLocale()) : identifier;
     icu::Locale locale(name.c_str());
-    return locale.isBogus() ? icu::Locale::getRoot() : locale;
+    return locale.isBogus() || !isKnown(locale) ? icu::Locale::getRoot() : locale;
 }
 
 std::unique_ptr<icu::TimeZone> makeTimeZone(const std::string& identifier) {
@@ -271,7 +280,7 @@ DateFormatter::Engine::Engine(std::string pattern, const std::string& localeIden
     const std::lock_guard lock(making);
     const icu::Locale locale = makeLocale(localeIdentifier);
     const std::unique_ptr<icu::TimeZone> zone = makeTimeZone(timeZoneIdentifier);
-    locale_ = locale.getName();
+    locale_ = locale == icu::Locale::getRoot() ? "root" : locale.getName();
     icu::UnicodeString zoneIdentifier;
     zone->getID(zoneIdentifier).toUTF8String(timeZone_);
     format_ = std::make_unique<SharedFormat>(makeFormat(pattern_, locale, *zone));

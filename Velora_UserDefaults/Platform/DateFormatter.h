@@ -60,7 +60,7 @@ public:
     /// The pattern as given.
     [[nodiscard]] const std::string& pattern() const;
 
-    /// The identifier of the locale in use, as ICU writes it: "de_DE".
+    /// The identifier of the locale in use, as ICU writes it: "de_DE"; "root" for the root locale.
     [[nodiscard]] const std::string& locale() const;
 
     /// The identifier of the time zone in use: "Europe/Berlin".

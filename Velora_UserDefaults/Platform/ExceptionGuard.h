@@ -15,7 +15,7 @@ std::string currentExceptionTypeName();
 /// What `guarded` does with the exception being handled; apart from it, so that `guarded` is inlined.
 // A cancellation is caught without an object, by a reference to none: a sanitizer must not take offence.
 template <class Report>
-[[gnu::cold, gnu::noinline, gnu::no_sanitize("null")]] void reportCurrentException(Report& report) {
+__attribute__((cold, noinline, no_sanitize("null"))) void reportCurrentException(Report& report) {
     try {
         throw;
     } catch (const abi::__forced_unwind&) {

@@ -11,6 +11,7 @@
 #include <random>
 #include <string>
 #include <thread>
+#include <unicode/locid.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
 #include <vector>
@@ -261,6 +262,8 @@ TEST(DateFormatter, TakesTheLocaleOfTheEnvironmentInItsOrder) {
     EXPECT_EQ(DateFormatter("yyyy").locale(), "de_DE");
     const Environment serbianAll("LC_ALL", "sr_RS.UTF-8@latin");
     EXPECT_EQ(DateFormatter("yyyy").locale(), "sr_Latn_RS");
+    const Environment uzbekAll("LC_ALL", "uz_UZ.UTF-8@cyrillic");
+    EXPECT_EQ(DateFormatter("yyyy").locale(), "uz_Cyrl_UZ");
     const Environment euroAll("LC_ALL", "it_IT@euro");
     EXPECT_EQ(DateFormatter("yyyy").locale(), "it_IT");
 }
@@ -295,6 +298,20 @@ TEST(DateFormatter, FallsBackFromAnUnknownLocale) {
     EXPECT_EQ(format("EEEE", dateAt(november), "de_ZZ"), "Dienstag");
     EXPECT_EQ(format("yyyy-MM-dd", dateAt(november), "zz_ZZ"), "2023-11-14");
     EXPECT_EQ(format("yyyy-MM-dd", dateAt(november), std::string(1000, '!').c_str()), "2023-11-14");
+}
+
+TEST(DateFormatter, TakesTheRootLocaleForAnUnknownOneAndNotTheProcesssOwn) {
+    const icu::Locale before;
+    UErrorCode status = U_ZERO_ERROR;
+    icu::Locale::setDefault(icu::Locale("de_DE"), status);
+    for (const char* name : {"zz_ZZ", "zz", "Africa/Cairo", "root"}) {
+        EXPECT_EQ(format("EEEE MMMM", dateAt(november), name), "Tue M11") << name;
+        EXPECT_EQ(DateFormatter("yyyy", name, "UTC").locale(), "root");
+    }
+    // Old names of languages that ICU knows under another one.
+    EXPECT_EQ(DateFormatter("yyyy", "iw_IL", "UTC").locale(), "iw_IL");
+    EXPECT_EQ(format("MMMM", dateAt(november), "in_ID"), "November");
+    icu::Locale::setDefault(before, status);
 }
 
 TEST(DateFormatter, UsesAPatternAsFarAsItIsUnderstood) {

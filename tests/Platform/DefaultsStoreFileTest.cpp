@@ -1,13 +1,17 @@
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <string>
+#include <sys/syscall.h>
 #include <thread>
 
 #include <Velora_UserDefaults/Platform/DefaultsStoreFile.h>
 
 #include "DefaultsStoreTestSupport.h"
+#include "support/FailingSystemCall.h"
 #include "support/TemporaryFolder.h"
 
 namespace velora::test {
@@ -77,6 +81,60 @@ TEST(DefaultsStoreFile, PutsNothingInPlaceWhenTheRenameIsRefused) {
     EXPECT_FALSE(replaceStoreFile(folder / "file", "after", refuse, fault));
     EXPECT_EQ(readFile(folder / "file"), "before");
     EXPECT_EQ(filesBeginningWith(folder.path(), "").size(), 1U);
+}
+
+/// A system call that fails while a file is written.
+struct FailingCall {
+    const char* name;
+    long call;
+    int code;
+};
+
+class DefaultsStoreFileWithFailingCall : public testing::TestWithParam<FailingCall> {};
+
+INSTANTIATE_TEST_SUITE_P(DefaultsStoreFile, DefaultsStoreFileWithFailingCall,
+                         testing::Values(FailingCall{"Writing", SYS_write, ENOSPC},
+                                         FailingCall{"Synchronising", SYS_fdatasync, EIO}),
+                         [](const auto& tested) { return tested.param.name; });
+
+TEST_P(DefaultsStoreFileWithFailingCall, StaysAsItWasAndLeavesNothingBeside) {
+    constexpr int cannotFilter = 2;
+    const TemporaryFolder folder;
+    writeFile(folder / "file", "before");
+    for (const bool isStore : {true, false}) {
+        const int replaced = inChildProcess([&] {
+            if (!makeFail(GetParam().call, GetParam().code)) {
+                return cannotFilter;
+            }
+            std::string fault;
+            const auto allow = [](const std::function<bool()>& move) { return move(); };
+            const bool done = isStore ? replaceStoreFile(folder / "file", "after", allow, fault)
+                                      : replaceForeignFile(folder / "file", "after", fault);
+            return done || !fault.starts_with("cannot write it: ") ? 1 : 0;
+        });
+        if (replaced == cannotFilter) {
+            GTEST_SKIP() << "system calls cannot be filtered here";
+        }
+        EXPECT_EQ(replaced, 0);
+        EXPECT_EQ(readFile(folder / "file"), "before");
+        EXPECT_EQ(filesBeginningWith(folder.path(), "").size(), 1U);
+    }
+}
+
+TEST(DefaultsStoreFile, TellsAFileThatCannotBeReadFromOneThatIsDamaged) {
+    const TemporaryFolder folder;
+    writeFile(folder / "file", "bytes");
+    const int found = inChildProcess([&] {
+        if (!makeFail(SYS_read, EIO)) {
+            return 2;
+        }
+        const DefaultsStoreContents contents = DefaultsStoreContents::read(folder / "file");
+        return contents.state == State::unreadable && contents.fault.starts_with("cannot read it: ") ? 0 : 1;
+    });
+    if (found == 2) {
+        GTEST_SKIP() << "system calls cannot be filtered here";
+    }
+    EXPECT_EQ(found, 0);
 }
 
 }  // namespace

@@ -1,39 +1,29 @@
-#include <array>
 #include <cerrno>
-#include <cstddef>
 #include <filesystem>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <string>
-#include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/xattr.h>
+#include <vector>
 
 #include <Velora_UserDefaults/Platform/FileMove.h>
 
+#include "support/FailingSystemCall.h"
 #include "support/ForkedChild.h"
 #include "support/TemporaryFolder.h"
 
 namespace velora {
 namespace {
 
+using test::makeFail;
 using test::readFile;
 using test::resultOfForkedChild;
 using test::TemporaryFolder;
 using test::writeFile;
 
 constexpr int cannotFilter = 200;
-
-/// Makes the system call `call` fail with `code` from now on in this process, and returns whether that works.
-bool makeFail(long call, int code) {
-    std::array<sock_filter, 4> program{
-        sock_filter BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 1),
-        sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(code)),
-        sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
-    const sock_fprog filter{.len = program.size(), .filter = program.data()};
-    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
-}
 
 /// Renames in a child where the file system seems to know neither flags for renaming nor, if
 /// `withoutLinks`, hard links.
@@ -106,6 +96,97 @@ TEST(CopyWithoutReplacing, KeepsTheOriginal) {
     writeFile(folder / "a", "2");
     EXPECT_EQ(copyWithoutReplacing(folder / "a", folder / "b"), EEXIST);
     EXPECT_EQ(readFile(folder / "b"), "1");
+}
+
+/// A system call that fails while something is copied.
+struct FailingCall {
+    const char* name;
+    long call;
+    int code;
+};
+
+class CopyWithFailingCallTest : public testing::TestWithParam<FailingCall> {
+protected:
+    /// Copies in a child in which the call fails.
+    int copy(const std::string& from) const {
+        return resultOfForkedChild([&] {
+            return makeFail(GetParam().call, GetParam().code) ? copyWithoutReplacing(from, folder_ / "to")
+                                                              : cannotFilter;
+        });
+    }
+    /// The names of all that is in the folder, hidden or not.
+    std::vector<std::string> names() const {
+        std::vector<std::string> result;
+        for (const auto& entry : std::filesystem::directory_iterator(folder_.path())) {
+            result.push_back(entry.path().filename().string());
+        }
+        return result;
+    }
+
+    TemporaryFolder folder_;
+};
+
+INSTANTIATE_TEST_SUITE_P(CopyWithoutReplacing, CopyWithFailingCallTest,
+                         testing::Values(FailingCall{"Reading", SYS_read, EIO},
+                                         FailingCall{"Writing", SYS_write, ENOSPC},
+                                         FailingCall{"ReadingAttributes", SYS_fgetxattr, EIO},
+                                         FailingCall{"WritingAttributes", SYS_fsetxattr, ENOSPC},
+                                         FailingCall{"GivingPermissions", SYS_fchmod, EPERM},
+                                         FailingCall{"GivingDates", SYS_utimensat, EPERM},
+                                         FailingCall{"Synchronising", SYS_fsync, EIO},
+                                         FailingCall{"Renaming", SYS_renameat2, EIO}),
+                         [](const auto& tested) { return tested.param.name; });
+
+TEST_P(CopyWithFailingCallTest, LeavesNoHalfFileAndKeepsTheOriginal) {
+    writeFile(folder_ / "from", "1");
+    ASSERT_EQ(::setxattr((folder_ / "from").c_str(), "user.mark", "m", 1, 0), 0);
+    const int code = copy(folder_ / "from");
+    if (code == cannotFilter) {
+        GTEST_SKIP() << "system calls cannot be filtered here";
+    }
+    EXPECT_EQ(code, GetParam().code);
+    EXPECT_THAT(names(), testing::ElementsAre("from"));
+    EXPECT_EQ(readFile(folder_ / "from"), "1");
+}
+
+TEST_P(CopyWithFailingCallTest, LeavesNoHalfFolderAndKeepsTheOriginal) {
+    std::filesystem::create_directories(folder_ / "from/below");
+    writeFile(folder_ / "from/below/file", "1");
+    ASSERT_EQ(::setxattr((folder_ / "from/below/file").c_str(), "user.mark", "m", 1, 0), 0);
+    const int code = copy(folder_ / "from");
+    if (code == cannotFilter) {
+        GTEST_SKIP() << "system calls cannot be filtered here";
+    }
+    EXPECT_EQ(code, GetParam().code);
+    EXPECT_THAT(names(), testing::ElementsAre("from"));
+    EXPECT_EQ(readFile(folder_ / "from/below/file"), "1");
+}
+
+TEST(CopyWithoutReplacing, GoesOnWithoutAttributesWhereThereAreNone) {
+    const TemporaryFolder folder;
+    writeFile(folder / "a", "1");
+    ASSERT_EQ(::setxattr((folder / "a").c_str(), "user.mark", "m", 1, 0), 0);
+    const int code = resultOfForkedChild([&] {
+        return makeFail(SYS_fsetxattr, ENOTSUP) ? copyWithoutReplacing(folder / "a", folder / "b") : cannotFilter;
+    });
+    if (code == cannotFilter) {
+        GTEST_SKIP() << "system calls cannot be filtered here";
+    }
+    EXPECT_EQ(code, 0);
+    EXPECT_EQ(readFile(folder / "b"), "1");
+    EXPECT_EQ(::getxattr((folder / "b").c_str(), "user.mark", nullptr, 0), -1);
+}
+
+TEST(CopyWithoutReplacing, CopiesLinksAsLinksAndNothingThatIsNoFile) {
+    const TemporaryFolder folder;
+    std::filesystem::create_symlink("nowhere", folder / "link");
+    EXPECT_EQ(copyWithoutReplacing(folder / "link", folder / "copy"), 0);
+    EXPECT_EQ(std::filesystem::read_symlink(folder / "copy"), "nowhere");
+    EXPECT_EQ(copyWithoutReplacing(folder / "link", folder / "copy"), EEXIST);
+    ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
+    EXPECT_EQ(copyWithoutReplacing(folder / "pipe", folder / "other"), ENOTSUP);
+    EXPECT_EQ(copyWithoutReplacing(folder / "missing", folder / "other"), ENOENT);
+    EXPECT_FALSE(std::filesystem::exists(folder / "other"));
 }
 
 }  // namespace
