@@ -11,6 +11,7 @@
 #include <new>
 #include <string>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 #include <Velora_UserDefaults/XCGLogger/Destinations/ConsoleDestination.h>
@@ -119,6 +120,10 @@ void logWithUserInfo(XCGLogger& log) {
 void logFromElsewhere(XCGLogger& log) {
     log.info(longText, SourceLocation(longText, "/a/long/path/to/a/source/file/which/needs/memory.cpp", 42));
 }
+
+/// In memory, where closing a file waits for no disk: the tests close thousands.
+[[maybe_unused]] const bool usesMemory =
+    ::access("/dev/shm", W_OK) == 0 && ::setenv("TMPDIR", "/dev/shm", /*overwrite=*/1) == 0;
 
 struct Case {
     const char* name = "";
