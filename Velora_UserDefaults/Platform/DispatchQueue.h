@@ -55,8 +55,8 @@ class DispatchQueueCore;
 /// before the first queue was first used. From then on `async` runs work in place, on the calling thread
 /// and under a lock of the queue, so that work handed over by destructors of static objects is not lost.
 /// Threads that still hand over work while the process exits do not crash; each queue takes at most as much as
-/// it has room for before it is finished, and what comes later may find the process ended before it has run. Work that never ends keeps the process from exiting. `_exit`,
-/// `quick_exit` and signals run nothing.
+/// it has room for before it is finished, and what comes later may find the process ended before it has run. Work that
+/// never ends keeps the process from exiting. `_exit`, `quick_exit` and signals run nothing.
 ///
 /// **Fork.** In a forked child an inherited queue is empty, and starts a thread of its own with its next
 /// use. Work that the parent had waiting is the parent's alone: the child neither runs nor destroys it.

@@ -11,6 +11,7 @@
 #include <new>
 #include <string>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 #include <Velora_UserDefaults/XCGLogger/Destinations/ConsoleDestination.h>
@@ -100,7 +101,7 @@ namespace {
 
 using testing::HasSubstr;
 
-const std::string longText(100, 'x');
+const std::string longText(130, 'x');
 
 void logText(XCGLogger& log) {
     log.info(longText);
@@ -119,6 +120,10 @@ void logWithUserInfo(XCGLogger& log) {
 void logFromElsewhere(XCGLogger& log) {
     log.info(longText, SourceLocation(longText, "/a/long/path/to/a/source/file/which/needs/memory.cpp", 42));
 }
+
+/// In memory, where closing a file waits for no disk: the tests close thousands.
+[[maybe_unused]] const bool usesMemory =
+    ::access("/dev/shm", W_OK) == 0 && ::setenv("TMPDIR", "/dev/shm", /*overwrite=*/1) == 0;
 
 struct Case {
     const char* name = "";
@@ -149,7 +154,7 @@ std::vector<Case> allCases() {
     }
     for (const int failures : {1, FailingMemory::always}) {
         cases.push_back({"text", logText, rotatingModes[0], /*hasProcessing=*/false, failures});
-        cases.push_back({"userInfo", logWithUserInfo, rotatingModes[1], /*hasProcessing=*/true, failures});
+        cases.push_back({"userInfo", logWithUserInfo, rotatingModes[1], /*hasProcessing=*/false, failures});
     }
     return cases;
 }
@@ -181,7 +186,7 @@ protected:
 
     static Mode mode() {
         Mode mode = GetParam().mode;
-        mode.maxFileSize = mode.maxFileSize == 0 ? 0 : 300;  // so the call rotates
+        mode.maxFileSize = mode.maxFileSize == 0 ? 0 : 260;  // reached by the call, not by announcements alone
         return mode;
     }
 

@@ -233,6 +233,8 @@ bool FileDestination::isOpen() const {
 void FileDestination::setOwner(std::shared_ptr<XCGLogger> owner) {
     if (this->owner()) {
         finishQueue();
+        // A rotation by one of these lines has put its own announcements on the queue behind them.
+        finishQueue();
     }
     const HeldFile held(*this);
     // The base's own override would wait for the queue, which waits for the file.
