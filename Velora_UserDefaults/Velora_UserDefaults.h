@@ -20,6 +20,7 @@
 #include <Velora_UserDefaults/XCGLogger/Filters/TagFilter.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/ANSIColorLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/Base64LogFormatter.h>
+#include <Velora_UserDefaults/XCGLogger/LogFormatters/JSONLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/PrePostFixLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/XcodeColorsLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/UserInfoTagging.h>

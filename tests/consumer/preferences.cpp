@@ -8,6 +8,7 @@
 #include <Velora_UserDefaults/XCGLogger/Destinations/AutoRotatingFileDestination.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/TestDestination.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/Base64LogFormatter.h>
+#include <Velora_UserDefaults/XCGLogger/LogFormatters/JSONLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/PrePostFixLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/XcodeColorsLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/XCGLogger.h>
@@ -44,6 +45,9 @@ void useFormatters() {
     marks->apply("<", ">", velora::Level::info);
     check(marks->format(record, line) == "<aGk=>");
     check(velora::make<velora::XcodeColorsLogFormatter>()->format(record, line).find("<aGk=>") != std::string::npos);
+    record.message = "hi";
+    const auto json = velora::make<velora::JSONLogFormatter>();
+    check(json->format(record, line) == R"({"date":"1970-01-01T00:00:00.000000Z","level":"Info","message":"hi"})");
 }
 
 }  // namespace
