@@ -11,6 +11,7 @@
 #include <Velora_UserDefaults/Platform/URL.h>
 #include <Velora_UserDefaults/UserDefaults/UserDefaultsManager.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/AppleSystemLogDestination.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/ArchivedLogFile.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/AutoRotatingFileDestination.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/ConsoleDestination.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/FileDestination.h>

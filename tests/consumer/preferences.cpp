@@ -5,6 +5,7 @@
 #include <string>
 
 #include <Velora_UserDefaults/UserDefaults/UserDefaultsManager.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/ArchivedLogFile.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/AutoRotatingFileDestination.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/TestDestination.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/Base64LogFormatter.h>
@@ -61,5 +62,7 @@ void useRotationAndPreferences(const std::string& folder) {
     check(log->add(file));
     file->rotateFile();
     check(file->isOpen());
+    const auto archives = velora::archivedLogFiles(folder);
+    check(archives && archives->size() == file->archivedFileURLs().size());
     check(log->remove(file));
 }

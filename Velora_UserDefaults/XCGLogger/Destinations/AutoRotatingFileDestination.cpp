@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <limits>
@@ -6,12 +5,11 @@
 
 #include <Velora_UserDefaults/Platform/Date.h>
 #include <Velora_UserDefaults/Platform/DateFormatter.h>
-#include <Velora_UserDefaults/Platform/ExtendedAttributes.h>
 #include <Velora_UserDefaults/Platform/FatalError.h>
 #include <Velora_UserDefaults/Platform/FileManager.h>
 #include <Velora_UserDefaults/Platform/ForkHandlers.h>
 #include <Velora_UserDefaults/Platform/Text.h>
-#include <Velora_UserDefaults/XCGLogger/Constants.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/ArchivedLogFile.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/AutoRotatingFileDestination.h>
 
 namespace velora {
@@ -31,12 +29,6 @@ double intervalOrOff(double seconds) {
 
 double now() {
     return secondsSince1970(currentDate());
-}
-
-/// The attribute's value; nothing if it is missing or cannot be read.
-std::optional<std::string> attribute(const std::string& path, std::string_view name) {
-    auto value = readExtendedAttribute(path, name);
-    return value ? *std::move(value) : std::nullopt;
 }
 
 template <typename Value>
@@ -274,26 +266,15 @@ URL AutoRotatingFileDestination::archiveFolder() const {
 }
 
 std::vector<URL> AutoRotatingFileDestination::archivedFileURLs() const {
-    const FileResult<std::vector<std::string>> entries =
-        FileManager::contentsOfFolder(archiveFolder().path(), /*skipHidden=*/true);
-    if (!entries || !isValidUTF8(identifier())) {
+    const FileResult<std::vector<ArchivedLogFile>> archives = archivedLogFiles(archiveFolder().path());
+    if (!archives || !isValidUTF8(identifier())) {
         return {};
     }
-    std::vector<std::pair<std::string, std::string>> archives;
-    for (const std::string& path : *entries) {
-        if (attribute(path, Constants::extendedAttributeArchivedLogIdentifierKey) != identifier()) {
-            continue;
-        }
-        auto timestamp = attribute(path, Constants::extendedAttributeArchivedLogTimestampKey);
-        if (timestamp && isValidUTF8(*timestamp)) {
-            archives.emplace_back(*std::move(timestamp), path);
-        }
-    }
-    std::ranges::sort(archives, std::ranges::greater());
     std::vector<URL> urls;
-    urls.reserve(archives.size());
-    for (const auto& [timestamp, path] : archives) {
-        urls.push_back(URL::fileURL(path, /*isDirectory=*/false));
+    for (const ArchivedLogFile& archive : *archives) {
+        if (archive.identifier == identifier()) {
+            urls.push_back(URL::fileURL(archive.path, /*isDirectory=*/false));
+        }
     }
     return urls;
 }
