@@ -12,8 +12,8 @@ namespace velora {
 
 namespace {
 
-constexpr std::string_view jsonBegin = "{\"date\":\"";
-constexpr std::string_view jsonLevel = "\",\"level\":\"";
+constexpr std::string_view jsonBegin = R"({"date":")";
+constexpr std::string_view jsonLevel = R"(","level":")";
 // How far behind a date in an unknown form the level's column may begin.
 constexpr std::size_t farthestLevel = 100;
 

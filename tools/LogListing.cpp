@@ -74,6 +74,7 @@ std::vector<ArchiveRow> archiveRows(const std::vector<ArchivedLogFile>& archives
     }
     LogProgress progress(total);
     std::vector<ArchiveRow> rows;
+    rows.reserve(archives.size());
     for (const ArchivedLogFile& archive : archives) {
         rows.push_back({.name = std::filesystem::path(archive.path).filename().string(),
                         .identifier = archive.identifier,

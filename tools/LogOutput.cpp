@@ -11,12 +11,12 @@ bool usesColor(ColorChoice choice) {
     if (choice != ColorChoice::automatic) {
         return choice == ColorChoice::always;
     }
-    const auto isSet = [](const char* name) {
+    const auto variable = [](const char* name) {
         const char* const value = std::getenv(name);
-        return value != nullptr && *value != '\0';
+        return std::string_view(value == nullptr ? "" : value);
     };
-    const bool isDumb = !isSet("TERM") || std::string_view(std::getenv("TERM")) == "dumb";
-    return !isSet("NO_COLOR") && !isDumb && ::isatty(STDOUT_FILENO) == 1;
+    const std::string_view terminal = variable("TERM");
+    return variable("NO_COLOR").empty() && !terminal.empty() && terminal != "dumb" && ::isatty(STDOUT_FILENO) == 1;
 }
 
 std::string_view colorBegin(Level level) {
