@@ -59,6 +59,30 @@ bool hasUnusualControls(std::string_view text) {
     return text.find('\x7F') != std::string_view::npos;
 }
 
+/// Appends valid UTF-8 with the escapes that JSON demands, and no others.
+void appendEscaped(std::string& json, std::string_view text) {
+    constexpr std::string_view hexDigits = "0123456789abcdef";
+    constexpr std::string_view escaped = "\"\\\n\r\t\b\f";
+    constexpr std::string_view letters = "\"\\nrtbf";
+    json += '"';
+    std::size_t copied = 0;
+    for (std::size_t index = 0; index < text.size(); ++index) {
+        const auto byte = static_cast<unsigned char>(text[index]);
+        if (byte >= 0x20 && byte != '"' && byte != '\\') {
+            continue;
+        }
+        json.append(text, copied, index - copied).append("\\");
+        copied = index + 1;
+        const std::size_t letter = escaped.find(text[index]);
+        if (letter != std::string_view::npos) {
+            json += letters[letter];
+        } else {
+            json.append("u00").append(1, hexDigits[byte >> 4U]).append(1, hexDigits[byte & 0xFU]);
+        }
+    }
+    json.append(text, copied).append("\"");
+}
+
 template <typename Number>
 void appendNumber(std::string& json, Number number) {
     if constexpr (std::floating_point<Number>) {
@@ -192,7 +216,12 @@ void appendJSONText(std::string& json, std::string_view text) {
         json += '"';
         return;
     }
-    json += nlohmann::json(text).dump(-1, ' ', hasUnusualControls(text), nlohmann::json::error_handler_t::replace);
+    const bool escapesAll = hasUnusualControls(text);
+    if (!escapesAll && isValidUTF8(text)) {
+        appendEscaped(json, text);
+        return;
+    }
+    json += nlohmann::json(text).dump(-1, ' ', escapesAll, nlohmann::json::error_handler_t::replace);
 }
 
 void appendJSONDate(std::string& json, Date date) {
