@@ -40,8 +40,10 @@ bool exists(const Fields& fields) {
     const std::chrono::year_month_day day{std::chrono::year(fields.year),
                                           std::chrono::month(static_cast<unsigned>(fields.month)),
                                           std::chrono::day(static_cast<unsigned>(fields.day))};
-    return fields.year >= 0 && fields.month > 0 && fields.day > 0 && day.ok() && fields.hour >= 0 && fields.hour < 24 &&
-           fields.minute >= 0 && fields.minute < 60 && fields.second >= 0 && fields.second <= 60;
+    // Years that a Date reaches in full.
+    return fields.year > 1677 && fields.year < 2262 && fields.month > 0 && fields.day > 0 && day.ok() &&
+           fields.hour >= 0 && fields.hour < 24 && fields.minute >= 0 && fields.minute < 60 && fields.second >= 0 &&
+           fields.second <= 60;
 }
 
 Date universalDate(const Fields& fields) {

@@ -306,6 +306,7 @@ TEST_F(VeloraLog, SaysWhatIsWrongWithItsArguments) {
     EXPECT_THAT(complaint({"show", "--level", "loud", path}), HasSubstr("'loud' is no level"));
     EXPECT_THAT(complaint({"show", "--since", "2026-02-30", path}), HasSubstr("'2026-02-30' is no date"));
     EXPECT_THAT(complaint({"show", "--until", "10 parsecs", path}), HasSubstr("'10 parsecs' is no date"));
+    EXPECT_THAT(complaint({"show", "--since", "0001-01-01", path}), HasSubstr("'0001-01-01' is no date"));
     EXPECT_THAT(complaint({"show", "--since", "", path}), HasSubstr("'' is no date"));
     EXPECT_THAT(complaint({"show", "--regex", "(", path}), HasSubstr("'(': "));
     EXPECT_THAT(complaint({"show", "--color", "mauve", path}), HasSubstr("mauve"));

@@ -225,10 +225,11 @@ void appendJSONText(std::string& json, std::string_view text) {
 }
 
 void appendJSONDate(std::string& json, Date date) {
-    using std::chrono::duration_cast;
-    const auto day = std::chrono::floor<std::chrono::days>(date);
+    // In nanoseconds the beginning of the earliest day is out of reach.
+    const auto moment = std::chrono::floor<std::chrono::microseconds>(date);
+    const auto day = std::chrono::floor<std::chrono::days>(moment);
     const std::chrono::year_month_day calendar(day);
-    const std::int64_t microseconds = std::chrono::floor<std::chrono::microseconds>(date - day).count();
+    const std::int64_t microseconds = std::chrono::microseconds(moment - day).count();
     const std::int64_t seconds = microseconds / 1'000'000;
     std::array<char, 30> text{"\"yyyy-mm-ddThh:mm:ss.ffffffZ\""};
     char* const begin = text.data() + 1;
