@@ -68,10 +68,10 @@ docs: ## Write the reference of the public headers to build/docs/html
 	@cmake --build --preset release --target docs
 	@echo "The reference: build/docs/html/index.html"
 
-install: ## Install the library into PREFIX (/usr/local), below DESTDIR if given
+install: ## Install the library and its tools into PREFIX (/usr/local), below DESTDIR if given
 	@$(install-packages) build
 	@$(configure-release)
-	@cmake --build --preset release --target Velora_UserDefaults
+	@cmake --build --preset release --target Velora_UserDefaults velora-defaults velora-log
 	@cmake --install build/release --prefix "$(abspath $(PREFIX))"
 
 format: ## Lay out all sources

@@ -11,6 +11,7 @@
 #include <Velora_UserDefaults/Platform/URL.h>
 #include <Velora_UserDefaults/UserDefaults/UserDefaultsManager.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/AppleSystemLogDestination.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/ArchivedLogFile.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/AutoRotatingFileDestination.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/ConsoleDestination.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/FileDestination.h>
@@ -21,6 +22,7 @@
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/ANSIColorLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/Base64LogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/EscapingLogFormatter.h>
+#include <Velora_UserDefaults/XCGLogger/LogFormatters/JSONLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/PrePostFixLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/XcodeColorsLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/UserInfoTagging.h>

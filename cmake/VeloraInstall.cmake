@@ -26,6 +26,7 @@ set(VELORA_INTERNAL_HEADERS
     XCGLogger/EngineGuard
     XCGLogger/InternalUserInfo
     XCGLogger/LogCallScope
+    XCGLogger/LogFormatters/JSONText
     XCGLogger/LogFormatters/LevelListing
     XCGLogger/LogFormatters/RGBText
     UserDefaults/PreferenceTable

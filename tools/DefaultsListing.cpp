@@ -8,6 +8,7 @@
 #include <Velora_UserDefaults/Platform/FileManager.h>
 
 #include "DefaultsValue.h"
+#include "TerminalText.h"
 
 namespace velora {
 
@@ -99,23 +100,6 @@ std::vector<DefaultsRow> defaultsRows(const DefaultsStore& store) {
     }
     std::transform(entries.begin(), entries.end(), std::back_inserter(rows), storedRow);
     return rows;
-}
-
-std::string printable(std::string_view text) {
-    std::string line;
-    for (const char character : text) {
-        const auto code = static_cast<unsigned char>(character);
-        if (character == '\n') {
-            line += "\\n";
-        } else if (character == '\t') {
-            line += "\\t";
-        } else if (code < 0x20 || code == 0x7f) {
-            line += fmt::format("\\x{:02x}", code);
-        } else {
-            line += character;
-        }
-    }
-    return line;
 }
 
 std::string asTable(const std::vector<DefaultsRow>& rows) {

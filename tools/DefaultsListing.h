@@ -22,9 +22,6 @@ struct DefaultsRow {
 /// property reads.
 std::vector<DefaultsRow> defaultsRows(const DefaultsStore& store);
 
-/// `text` for one line of a terminal: control characters are written as \n, \t or \xNN.
-std::string printable(std::string_view text);
-
 /// The rows in aligned columns under a heading, one a line.
 std::string asTable(const std::vector<DefaultsRow>& rows);
 /// The rows as a JSON list of objects with the members key, type, value and stored.

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "DefaultsListing.h"
+#include "TerminalText.h"
 
 namespace velora {
 

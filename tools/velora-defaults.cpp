@@ -18,6 +18,7 @@
 #include "DefaultsListing.h"
 #include "DefaultsValue.h"
 #include "DefaultsWatching.h"
+#include "TerminalText.h"
 
 namespace velora {
 

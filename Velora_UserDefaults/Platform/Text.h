@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <string_view>
 
+#include <Velora_UserDefaults/Platform/Export.h>
+
 /// Questions about text that the standard library does not answer: paths as text, characters as a
 /// reader sees them, canonical equality and UTF-8 validity.
 ///
@@ -32,6 +34,6 @@ bool canonicallyEqual(std::string_view left, std::string_view right);
 
 /// Whether `text` is well-formed UTF-8 (RFC 3629): no surrogates, no overlong forms, nothing above
 /// U+10FFFF, nothing cut off. Empty text is valid. ASCII is skipped a word at a time.
-bool isValidUTF8(std::string_view text);
+VELORA_EXPORT bool isValidUTF8(std::string_view text);
 
 }  // namespace velora

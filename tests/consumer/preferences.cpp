@@ -5,10 +5,12 @@
 #include <string>
 
 #include <Velora_UserDefaults/UserDefaults/UserDefaultsManager.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/ArchivedLogFile.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/AutoRotatingFileDestination.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/TestDestination.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/Base64LogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/EscapingLogFormatter.h>
+#include <Velora_UserDefaults/XCGLogger/LogFormatters/JSONLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/PrePostFixLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/XcodeColorsLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/XCGLogger.h>
@@ -47,6 +49,9 @@ void useFormatters() {
     marks->apply("<", ">", velora::Level::info);
     check(marks->format(record, line) == "<aGk=>");
     check(velora::make<velora::XcodeColorsLogFormatter>()->format(record, line).find("<aGk=>") != std::string::npos);
+    record.message = "hi";
+    const auto json = velora::make<velora::JSONLogFormatter>();
+    check(json->format(record, line) == R"({"date":"1970-01-01T00:00:00.000000Z","level":"Info","message":"hi"})");
 }
 
 }  // namespace
@@ -60,5 +65,7 @@ void useRotationAndPreferences(const std::string& folder) {
     check(log->add(file));
     file->rotateFile();
     check(file->isOpen());
+    const auto archives = velora::archivedLogFiles(folder);
+    check(archives && archives->size() == file->archivedFileURLs().size());
     check(log->remove(file));
 }

@@ -15,6 +15,7 @@
 #include <spawn.h>
 #include <sstream>
 #include <string>
+#include <support/RunningProgram.h>
 #include <support/TemporaryFolder.h>
 #include <sys/wait.h>
 #include <thread>
@@ -37,78 +38,6 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-/// One run of the program, whose standard output is read through a pipe and whose errors go to a file.
-class RunningProgram {
-public:
-    RunningProgram(std::vector<std::string> arguments, const std::string& input, const std::string& errors) {
-        std::array<int, 2> output{};
-        EXPECT_EQ(::pipe2(output.data(), O_CLOEXEC), 0);
-        std::vector<char*> argv{const_cast<char*>(VELORA_DEFAULTS_PROGRAM)};
-        for (std::string& argument : arguments) {
-            argv.push_back(argument.data());
-        }
-        argv.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        ::posix_spawn_file_actions_init(&actions);
-        ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, input.c_str(), O_RDONLY, 0);
-        ::posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
-        ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        EXPECT_EQ(::posix_spawn(&process_, argv[0], &actions, nullptr, argv.data(), environ), 0);
-        ::posix_spawn_file_actions_destroy(&actions);
-        ::close(output[1]);
-        output_ = output[0];
-    }
-    RunningProgram(const RunningProgram&) = delete;
-    RunningProgram& operator=(const RunningProgram&) = delete;
-    ~RunningProgram() {
-        ::close(output_);
-        if (process_ > 0) {
-            ::kill(process_, SIGKILL);
-            wait();
-        }
-    }
-
-    /// What is printed up to the next end of line, or up to the end; empty if nothing comes for a minute.
-    std::string line() { return readUntil('\n'); }
-    std::string everything() { return readUntil('\0'); }
-
-    void send(int signal) const { ::kill(process_, signal); }
-    /// The exit status; -1 if the program was killed.
-    int wait() {
-        int status = 0;
-        ::waitpid(std::exchange(process_, 0), &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-private:
-    std::string readUntil(char last) const {
-        std::string text;
-        char character = 0;
-        pollfd waiting{.fd = output_, .events = POLLIN, .revents = 0};
-        while (::poll(&waiting, 1, 60'000) == 1 && ::read(output_, &character, 1) == 1) {
-            if (character == last) {
-                break;
-            }
-            text += character;
-        }
-        return text;
-    }
-
-    pid_t process_ = 0;
-    int output_ = -1;
-};
-
-struct Result {
-    int status;
-    std::string output;
-    std::string errors;
-    bool operator==(const Result&) const = default;
-};
-
-void PrintTo(const Result& result, std::ostream* stream) {
-    *stream << "status " << result.status << ", output '" << result.output << "', errors '" << result.errors << "'";
-}
-
 /// The program prints this and nothing else, and is content.
 Result prints(const std::string& output) {
     return {.status = 0, .output = output, .errors = {}};
@@ -124,7 +53,7 @@ protected:
     }
 
     Result run(std::vector<std::string> arguments, const std::string& input = "/dev/null") const {
-        RunningProgram program(std::move(arguments), input, folder / "errors");
+        RunningProgram program(VELORA_DEFAULTS_PROGRAM, std::move(arguments), input, folder / "errors");
         std::string output = program.everything();
         const int status = program.wait();
         return {.status = status, .output = std::move(output), .errors = readFile(folder / "errors")};
@@ -473,7 +402,7 @@ protected:
 
 TEST_F(Watching, ShowsEachChangeOfAnyProcess) {
     DefaultsStore(file).setInteger("own", 1);
-    RunningProgram watching({"watch"}, "/dev/null", folder / "watch errors");
+    RunningProgram watching(VELORA_DEFAULTS_PROGRAM, {"watch"}, "/dev/null", folder / "watch errors");
     awaitStart(watching);
     EXPECT_EQ(run({"write", "own", "-int", "2"}), prints(""));
     EXPECT_EQ(nextLine(watching), "own: 1 -> 2");
@@ -494,7 +423,7 @@ TEST_F(Watching, ShowsEachChangeOfAnyProcess) {
 }
 
 TEST_F(Watching, EndsWellWhenInterrupted) {
-    RunningProgram watching({"watch"}, "/dev/null", folder / "watch errors");
+    RunningProgram watching(VELORA_DEFAULTS_PROGRAM, {"watch"}, "/dev/null", folder / "watch errors");
     awaitStart(watching);
     watching.send(SIGINT);
     watching.everything();
@@ -502,7 +431,7 @@ TEST_F(Watching, EndsWellWhenInterrupted) {
 }
 
 TEST_F(Watching, EndsAfterAsManyChangesAsAskedFor) {
-    RunningProgram watching({"watch", "--count", "2"}, "/dev/null", folder / "watch errors");
+    RunningProgram watching(VELORA_DEFAULTS_PROGRAM, {"watch", "--count", "2"}, "/dev/null", folder / "watch errors");
     awaitStart(watching);
     DefaultsStore(file).importText(R"({"a": 1, "b": 2, "start": "end"})");
     const std::string rest = watching.everything();
@@ -539,7 +468,7 @@ TEST_F(Watching, DoesWhatTheGuideShows) {
         }
         happened += line + "\n";
         if (line == "$ velora-defaults watch") {
-            RunningProgram watching({"watch"}, "/dev/null", folder / "watch errors");
+            RunningProgram watching(VELORA_DEFAULTS_PROGRAM, {"watch"}, "/dev/null", folder / "watch errors");
             awaitStart(watching);
             DefaultsStore(file).setInteger("Preferences_Security_PinCodeLength", 6);
             happened += nextLine(watching) + "\n";

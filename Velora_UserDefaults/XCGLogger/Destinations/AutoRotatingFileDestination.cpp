@@ -9,13 +9,12 @@
 
 #include <Velora_UserDefaults/Platform/Date.h>
 #include <Velora_UserDefaults/Platform/DateFormatter.h>
-#include <Velora_UserDefaults/Platform/ExtendedAttributes.h>
 #include <Velora_UserDefaults/Platform/FatalError.h>
 #include <Velora_UserDefaults/Platform/FileManager.h>
 #include <Velora_UserDefaults/Platform/ForkHandlers.h>
 #include <Velora_UserDefaults/Platform/OwnFolder.h>
 #include <Velora_UserDefaults/Platform/Text.h>
-#include <Velora_UserDefaults/XCGLogger/Constants.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/ArchivedLogFile.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/AutoRotatingFileDestination.h>
 #include <Velora_UserDefaults/XCGLogger/EngineGuard.h>
 
@@ -36,12 +35,6 @@ double intervalOrOff(double seconds) {
 
 double now() {
     return secondsSince1970(currentDate());
-}
-
-/// The attribute's value; nothing if it is missing or cannot be read.
-std::optional<std::string> attribute(const std::string& path, std::string_view name) {
-    auto value = readExtendedAttribute(path, name);
-    return value ? *std::move(value) : std::nullopt;
 }
 
 /// Where the default log folder may be, best first. In a temporary folder of all users another one may have been
@@ -323,26 +316,18 @@ URL AutoRotatingFileDestination::archiveFolder() const {
 
 std::vector<URL> AutoRotatingFileDestination::archivedFileURLs() const {
     const URL folder = archiveFolder();
-    const FileResult<std::vector<std::string>> entries =
-        FileManager::contentsOfFolder(folder.path(), /*skipHidden=*/true);
-    if (!entries || !isValidUTF8(identifier()) || checkArchiveFolder(folder) != 0) {
+    if (checkArchiveFolder(folder) != 0) {
         return {};
     }
-    std::vector<std::pair<std::string, std::string>> archives;
-    for (const std::string& path : *entries) {
-        if (attribute(path, Constants::extendedAttributeArchivedLogIdentifierKey) != identifier()) {
-            continue;
-        }
-        auto timestamp = attribute(path, Constants::extendedAttributeArchivedLogTimestampKey);
-        if (timestamp && isValidUTF8(*timestamp)) {
-            archives.emplace_back(*std::move(timestamp), path);
-        }
+    const FileResult<std::vector<ArchivedLogFile>> archives = archivedLogFiles(folder.path());
+    if (!archives || !isValidUTF8(identifier())) {
+        return {};
     }
-    std::ranges::sort(archives, std::ranges::greater());
     std::vector<URL> urls;
-    urls.reserve(archives.size());
-    for (const auto& [timestamp, path] : archives) {
-        urls.push_back(URL::fileURL(path, /*isDirectory=*/false));
+    for (const ArchivedLogFile& archive : *archives) {
+        if (archive.identifier == identifier()) {
+            urls.push_back(URL::fileURL(archive.path, /*isDirectory=*/false));
+        }
     }
     return urls;
 }
