@@ -12,9 +12,9 @@ build=build/coverage
 # Counters of an earlier run would be added to.
 find $build -name '*.gcda' -delete
 ctest --preset coverage
-gcovr --root . --object-directory $build/Velora_UserDefaults --filter Velora_UserDefaults/ --exclude-throw-branches \
+gcovr --root . --object-directory $build --filter Velora_UserDefaults/ --exclude-throw-branches \
     --html-details $build/index.html --html-title "Velora_UserDefaults" --txt $build/lines.txt --print-summary \
-    --fail-under-line 95 $build/Velora_UserDefaults >$build/summary.txt 2>$build/gcovr.txt || {
+    --fail-under-line 95 $build >$build/summary.txt 2>$build/gcovr.txt || {
     code=$?
     cat $build/gcovr.txt $build/summary.txt
     exit $code

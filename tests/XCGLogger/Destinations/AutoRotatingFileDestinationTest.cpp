@@ -148,6 +148,23 @@ TEST_F(AutoRotatingFileDestinationTest, HasTheStandardLimitsUnlessTold) {
     AutoRotatingFileDestination::setAutoRotatingFileDefaultMaxTimeInterval(600);
 }
 
+TEST_F(AutoRotatingFileDestinationTest, TakesEveryOptionInOrderToo) {
+    const auto suffix = std::make_shared<CountingFormatter>();
+    const FileAttributes attributes{{std::string(FileAttributeKey::posixPermissions), 0600}};
+    const auto file = make<AutoRotatingFileDestination>(nullptr, FileTarget(folder / "app.log"), "rotating", true,
+                                                        "-- on --", attributes, 20U, 30.5, suffix, std::uint8_t{4});
+    EXPECT_EQ(file->identifier(), "rotating");
+    EXPECT_TRUE(file->shouldAppend());
+    EXPECT_EQ(file->appendMarker(), "-- on --");
+    EXPECT_EQ(file->fileAttributes()->size(), 1U);
+    EXPECT_EQ(file->targetMaxFileSize(), 20U);
+    EXPECT_EQ(file->targetMaxTimeInterval(), 30.5);
+    EXPECT_EQ(file->archiveSuffixDateFormatter(), suffix);
+    EXPECT_EQ(file->targetMaxLogFiles(), 4);
+    file->setAppendMarker(std::nullopt);
+    EXPECT_EQ(file->appendMarker(), std::nullopt);
+}
+
 TEST_F(AutoRotatingFileDestinationTest, RotatesAfterTheLineThatReachesTheSizeAndNotBefore) {
     const auto file = add("app.log", unlimited());
     file->rotateFile();
