@@ -350,20 +350,9 @@ private:
                 files.push_back(each.path());
             }
         }
-        std::ranges::sort(files, {}, [](const auto& file) { return numberIn(file); });
+        std::ranges::sort(files);  // there is one for a second at most, and it is in the name
         files.emplace_back(path_);
         return files;
-    }
-
-    /// The number of the first thread's first line in a file, which is in its order.
-    static int numberIn(const std::filesystem::path& file) {
-        for (const std::string& line : splitLines(readFile(file))) {
-            int number = 0;
-            if (std::sscanf(line.c_str(), "> line 0 %d with", &number) == 1) {
-                return number;
-            }
-        }
-        return -1;
     }
 
     /// Every line whose call had returned is in the log, once and in its order; so may be the one of the call in which
