@@ -14,6 +14,7 @@
 
 namespace velora {
 
+/// A place in the source that was captured elsewhere.
 template <typename Type>
 concept PlaceOfACall = std::convertible_to<const Type&, SourceLocation>;
 

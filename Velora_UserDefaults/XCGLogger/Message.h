@@ -27,15 +27,18 @@ inline constexpr bool isOptional = false;
 template <typename Value>
 inline constexpr bool isOptional<std::optional<Value>> = true;
 
+/// Text of some type.
 template <typename Value>
 concept TextLike =
     std::convertible_to<const Value&, std::string_view> || std::convertible_to<const Value&, std::string>;
 
+/// A value that streams print.
 template <typename Value>
 concept Streamable = requires(std::ostream& stream, const Value& value) {
     stream << value;
 };
 
+/// A pointer to a function.
 template <typename Type>
 concept FunctionPointer = std::is_pointer_v<Type> && std::is_function_v<std::remove_pointer_t<Type>>;
 
@@ -303,6 +306,7 @@ void appendFilledIn(std::string& out, fmt::string_view format, ReplacementFields
     appendFilledInValues(out, format, fields, plainValue(arguments)...);
 }
 
+/// What a format can be written as.
 template <typename Text>
 concept ConvertsToText = std::convertible_to<const Text&, std::string_view>;
 
