@@ -11,7 +11,9 @@ In a page
    that leads nowhere is an error;
  - a link to a header becomes one to its page, a link to another file of the project becomes its text;
  - a link to a `.dot` file becomes the picture that Graphviz makes of it;
- - a link at the beginning of an item of docs/README.md makes the page a part of the site's navigation;
+ - a link at the beginning of an item of docs/README.md makes the page a part of the site's navigation, and a page in
+   docs/ that has none there gets an item at the end;
+ - a page of the guide ends with a link to the next one;
  - HTML comments go: they hold what the examples need to be run, see tests/guide.
 
 In a header a `///` comment speaks for every declaration below it, up to an empty line or the next comment.
@@ -91,7 +93,7 @@ def filtered_page(page):
             heading = re.match(r"(#+) (.*)", line)
             if heading and is_title:
                 line, is_title = line if page == INDEX else f"# {heading.group(2)} {{#{name}}}", False
-            elif heading:
+            elif heading and page != INDEX:
                 anchor = f"{name}-{slug(heading.group(2))}"
                 anchors.append(anchor)
                 count = anchors.count(anchor)
@@ -100,7 +102,22 @@ def filtered_page(page):
             if page == INDEX:
                 line = re.sub(r"^([*\d]+\.?) \\ref ", r"\1 \\subpage ", line)
         lines.append(line)
-    return "\n".join(lines)
+    return "\n".join(lines) + (further_pages(text) if page == INDEX else next_page(page))
+
+
+def further_pages(index):
+    """Items for the pages in docs/ that the index does not name, so that each can be reached."""
+    missing = [page for page in sorted(DOCS.glob("*.md")) if page != INDEX and f"({page.name})" not in index]
+    return "\n" + "".join(f'* \\subpage {page_name(page)} "{page.read_text().splitlines()[0].lstrip("# ")}"\n'
+                          for page in missing)
+
+
+def next_page(page):
+    """A link to the page that follows in the guide."""
+    links = re.findall(r"^\d+\. \[(.*)\]\((.*)\)", INDEX.read_text(), re.M)
+    order = [(DOCS / target).resolve() for _, target in links]
+    following = order.index(page) + 1 if page in order else len(order)
+    return f'\n\nNext: \\ref {page_name(order[following])} "{links[following][0]}"\n' if following < len(order) else "\n"
 
 
 def filtered_header(header):
