@@ -95,8 +95,11 @@ class Browser:
         return json.loads(self.value(MEASURE))
 
     def save(self, width, height, file):
-        picture = self.call("Page.captureScreenshot", format="png", captureBeyondViewport=True,
-                            clip={"x": 0, "y": 0, "width": width, "height": height, "scale": 1})
+        """The whole page, as far as it is `height` high; or without a height, what the window shows."""
+        # To show more, the window is resized for a moment, which the page's scripts notice.
+        part = {"captureBeyondViewport": True,
+                "clip": {"x": 0, "y": 0, "width": width, "height": height, "scale": 1}} if height else {}
+        picture = self.call("Page.captureScreenshot", format="png", **part)
         file.write_bytes(base64.b64decode(picture["data"]))
 
     def end(self):
@@ -125,8 +128,8 @@ def main():
             for view, (width, height) in VIEWS.items():
                 for scheme in SCHEMES:
                     seen = browser.show(page, width, height, scheme)
-                    whole = min(seen["height"], 6000) if view == "phone" else height
-                    browser.save(width, max(whole, height), folder / f"{page.stem}-{view}-{scheme}.png")
+                    whole = max(min(seen["height"], 6000), height) if view == "phone" else None
+                    browser.save(width, whole, folder / f"{page.stem}-{view}-{scheme}.png")
                     if seen["excess"] > 0:
                         too_wide += 1
                         print(f"{page.name}, {view}, {scheme}: {seen['excess']} pixels too wide: {seen['culprit']}")

@@ -42,11 +42,15 @@ def parse(text):
             examples[-1].output = match["code"]
         elif match["language"] is None:
             word, _, rest = match["comment"].partition("\n")
+            if before:
+                sys.exit(f"line {line}: an example was to come after the comment at line {before[0]}")
             if word == "page":
                 declarations.append((line, rest))
             elif word == "before":
                 before = (line, rest)
             elif word == "after":
+                if examples[-1].after:
+                    sys.exit(f"line {line}: a second comment of what comes after")
                 examples[-1].after = (line, rest)
             elif name := re.fullmatch(r"as file (\S+) ", word):
                 examples[-1].file = name[1]
