@@ -21,7 +21,7 @@ import tempfile
 VIEWS = {"desktop": (1280, 900), "phone": (390, 844)}
 SCHEMES = ("light", "dark")
 REFERENCE = ("classvelora_1_1FileDestination.html", "classvelora_1_1XCGLogger.html", "annotated.html", "files.html")
-GENERATED = ("class", "struct", "concept", "dir_", "functions", "globals", "namespace")
+GENERATED = ("pages.html", "class", "struct", "concept", "dir_", "functions", "globals", "namespace")
 
 # Whatever scrolls, the page itself must not be wider than the window. What is named then is the first element, from the
 # inside out, that sticks out and has no scroll bar of its own around it.

@@ -54,6 +54,7 @@ std::vector<std::string> environmentIn(const std::string& folder, const std::str
 int statusOfExample(const Example& example, const std::string& folder, const std::string& output) {
     std::vector<std::string> variables = environmentIn(folder, example.name());
     std::vector<char*> environment;
+    environment.reserve(variables.size() + 1);
     for (std::string& variable : variables) {
         environment.push_back(variable.data());
     }
