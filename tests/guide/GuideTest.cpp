@@ -15,6 +15,13 @@
 #include <unistd.h>
 #include <vector>
 
+#if defined(__SANITIZE_THREAD__)
+// Lets a child of a process with threads start threads: an example shows that.
+extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options() {  // NOLINT
+    return "die_after_fork=0";
+}
+#endif
+
 namespace velora::test {
 namespace {
 
