@@ -62,11 +62,11 @@ bench: ## Measure the library beside its peers: table, results.json, results.svg
 	@cmake --build --preset bench --target benchmarks
 	@/usr/bin/python3 -B benchmarks/report.py build/bench $(if $(BENCH_QUICK),--quick) $(BENCH_ARGUMENTS)
 
-docs: ## Write the reference of the public headers to build/docs/html
+docs: ## Write the guide and the reference of the public headers to build/docs/html
 	@$(install-packages) build docs
 	@$(configure-release)
 	@cmake --build --preset release --target docs
-	@echo "The reference: build/docs/html/index.html"
+	@echo "The documentation: build/docs/html/index.html"
 
 install: ## Install the library and its tools into PREFIX (/usr/local), below DESTDIR if given
 	@$(install-packages) build

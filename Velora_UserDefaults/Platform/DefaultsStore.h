@@ -80,10 +80,11 @@ public:
 
     /// One stored value.
     struct Entry {
-        std::string key;
-        Type type;
+        std::string key;   ///< as it stands in the file
+        Type type;         ///< what kind of value it is
         std::string text;  ///< the value as text: a string or URL itself, a number in digits, "true"/"false", else JSON
         std::string json;  ///< the value exactly as it stands in the file
+        /// Whether everything is equal, the file's own spelling too.
         bool operator==(const Entry&) const = default;
     };
 

@@ -38,6 +38,7 @@ class Making {
 /// `void learnClass<Class>(Making)`: `make` calls it, between the two, with the class that it makes.
 class VELORA_EXPORT MadeInTwoSteps {
 public:
+    /// Only `make` has a key.
     explicit MadeInTwoSteps(Making /*key*/) {}
     MadeInTwoSteps(const MadeInTwoSteps&) = delete;
     MadeInTwoSteps& operator=(const MadeInTwoSteps&) = delete;

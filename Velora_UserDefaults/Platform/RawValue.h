@@ -13,6 +13,7 @@ namespace velora {
 template <typename Enumeration>
 inline constexpr std::nullptr_t lastCase = nullptr;
 
+/// An enumeration with a last case, whose cases are integers from 0 on.
 template <typename Enumeration>
 concept RawRepresentable =
     std::is_enum_v<Enumeration> && std::is_same_v<std::remove_cv_t<decltype(lastCase<Enumeration>)>, Enumeration>;

@@ -61,6 +61,7 @@ public:
 
     // The user's preferences. Absent text or URLs remove the stored value.
 
+    /// Whom the user connected to last, and the identifier of this host; absent if none is stored.
     std::optional<std::string> lastConnectionId() const;
     void setLastConnectionId(std::optional<std::string_view> identifier);
     std::optional<std::string> serverId() const;

@@ -34,6 +34,7 @@ public:
 
 /// The fixed identifiers and keys of the logging engine. `XCGLogger::Constants` is another name for it.
 struct Constants {
+    /// What all the others begin with.
     static constexpr std::string_view baseIdentifier = identifierPrefix;
     /// Names the shared logger, `XCGLogger::defaultInstance()`.
     static constexpr std::string_view defaultInstanceIdentifier = Identifier<".defaultInstance">::text;

@@ -19,11 +19,13 @@ namespace velora {
 /// that holds neither text, a path nor a URL, are no target: `url()` is empty. A value; not synchronised.
 class VELORA_EXPORT FileTarget {
 public:
+    /// A path; null is no target.
     FileTarget(const char* path);                                      // NOLINT(google-explicit-constructor)
     FileTarget(std::string_view path) : url_(URL::fileURL(path)) {}    // NOLINT(google-explicit-constructor)
     FileTarget(const std::string& path) : url_(URL::fileURL(path)) {}  // NOLINT(google-explicit-constructor)
     FileTarget(const std::filesystem::path& path)                      // NOLINT(google-explicit-constructor)
         : url_(URL::fileURL(path.native())) {}
+    /// A file URL, or a value that holds a path or one.
     FileTarget(const URL& url);         // NOLINT(google-explicit-constructor)
     FileTarget(const std::any& value);  // NOLINT(google-explicit-constructor)
 

@@ -19,6 +19,7 @@ namespace velora {
 /// `XCGLogger::Level` is another name for this type.
 enum class Level : std::uint8_t { verbose, debug, info, notice, warning, error, severe, alert, emergency, none };
 
+/// Makes `rawValue` and `fromRawValue` serve levels.
 template <>
 inline constexpr Level lastCase<Level> = Level::none;
 

@@ -18,7 +18,9 @@ namespace velora {
 ///     destination->setLevelDescriptions({{Level::error, "FEHLER"}, {Level::info, "Hinweis"}});
 class LevelTexts {
 public:
+    /// No entries.
     LevelTexts() = default;
+    /// The entries of a list in braces; of two for one level the last.
     LevelTexts(std::initializer_list<std::pair<Level, std::string>> entries) {
         for (const auto& [level, text] : entries) {
             set(level, text);
@@ -35,6 +37,7 @@ public:
         std::optional<std::string>& entry = entries_[index(level)];
         return entry ? *entry : entry.emplace();
     }
+    /// Gives `level` an entry, in place of the one it may have.
     void set(Level level, std::string text) { entries_[index(level)] = std::move(text); }
     /// Removes the entry of `level`, if it has one.
     void remove(Level level) { entries_[index(level)].reset(); }

@@ -14,6 +14,7 @@
 
 namespace velora {
 
+/// A place in the source that was captured elsewhere.
 template <typename Type>
 concept PlaceOfACall = std::convertible_to<const Type&, SourceLocation>;
 
@@ -46,6 +47,7 @@ concept FormatArgument = !PlaceOfACall<std::remove_cvref_t<Argument>>;
 template <typename Target>
 class LogCalls {
 public:
+    /// The calls of `level` on the logger that `target` knows.
     constexpr LogCalls(Target target, Level level) noexcept : target_(target), level_(level) {}
     LogCalls(const LogCalls&) = delete;
     LogCalls& operator=(const LogCalls&) = delete;
@@ -157,10 +159,12 @@ private:
 template <typename Target>
 class ExecCalls {
 public:
+    /// The calls of `level` on the logger that `target` knows.
     constexpr ExecCalls(Target target, Level level) noexcept : target_(target), level_(level) {}
     ExecCalls(const ExecCalls&) = delete;
     ExecCalls& operator=(const ExecCalls&) = delete;
 
+    /// Runs `closure`, or does nothing.
     template <std::invocable Closure>
     void operator()(Closure&& closure) const {
         target_.logger().exec(level_, std::forward<Closure>(closure));
@@ -174,6 +178,7 @@ private:
 /// The nine levels' calls, written once for a logger's own and for the class-level ones.
 template <typename Target>
 struct AllLogCalls {
+    /// The calls on the logger that `target` knows.
     constexpr explicit AllLogCalls(Target target) noexcept
         : verbose(target, Level::verbose),
           debug(target, Level::debug),
@@ -194,9 +199,26 @@ struct AllLogCalls {
           alertExec(target, Level::alert),
           emergencyExec(target, Level::emergency) {}
 
-    LogCalls<Target> verbose, debug, info, notice, warning, error, severe, alert, emergency;
-    ExecCalls<Target> verboseExec, debugExec, infoExec, noticeExec, warningExec, errorExec, severeExec, alertExec,
-        emergencyExec;
+    /// Log at the level of that name.
+    LogCalls<Target> verbose;
+    LogCalls<Target> debug;
+    LogCalls<Target> info;
+    LogCalls<Target> notice;
+    LogCalls<Target> warning;
+    LogCalls<Target> error;
+    LogCalls<Target> severe;
+    LogCalls<Target> alert;
+    LogCalls<Target> emergency;
+    /// Run a closure if the logger lets the level of that name through.
+    ExecCalls<Target> verboseExec;
+    ExecCalls<Target> debugExec;
+    ExecCalls<Target> infoExec;
+    ExecCalls<Target> noticeExec;
+    ExecCalls<Target> warningExec;
+    ExecCalls<Target> errorExec;
+    ExecCalls<Target> severeExec;
+    ExecCalls<Target> alertExec;
+    ExecCalls<Target> emergencyExec;
 };
 
 }  // namespace velora

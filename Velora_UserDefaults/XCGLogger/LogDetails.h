@@ -16,6 +16,7 @@ namespace velora {
 /// change without effect on what other destinations see. One that a test or a filter of a host makes names
 /// only the values it needs: `LogDetails{.level = Level::info, .message = "text"}`.
 struct LogDetails {
+    /// The level of the call.
     Level level = Level::debug;
     /// When the logger built the record; wall clock.
     Date date{};
@@ -25,6 +26,7 @@ struct LogDetails {
     SourceText functionName{};
     /// The calling source file's full path; destinations shorten it for display.
     SourceText fileName{};
+    /// The line of the call in that file, from 1 on.
     std::int64_t lineNumber = 0;
     /// Metadata: tags, developers, the mark of internal lines, whatever the host adds.
     UserInfo userInfo{};

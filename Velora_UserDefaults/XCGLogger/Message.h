@@ -21,20 +21,24 @@
 
 namespace velora {
 
+/// Whether a type is a `std::optional`. Internal.
 template <typename Type>
 inline constexpr bool isOptional = false;
 template <typename Value>
 inline constexpr bool isOptional<std::optional<Value>> = true;
 
+/// Text of some type.
 template <typename Value>
 concept TextLike =
     std::convertible_to<const Value&, std::string_view> || std::convertible_to<const Value&, std::string>;
 
+/// A value that streams print.
 template <typename Value>
 concept Streamable = requires(std::ostream& stream, const Value& value) {
     stream << value;
 };
 
+/// A pointer to a function.
 template <typename Type>
 concept FunctionPointer = std::is_pointer_v<Type> && std::is_function_v<std::remove_pointer_t<Type>>;
 
@@ -50,6 +54,7 @@ template <typename Value>
 concept Renderable = !std::is_void_v<Value> && !FunctionLike<Value> &&
                      (TextLike<Value> || fmt::is_formattable<Value>::value || Streamable<Value>);
 
+/// What `Loggable` asks. Internal.
 template <typename Value>
 inline constexpr bool isLoggable = Renderable<Value> || std::same_as<Value, std::nullopt_t>;
 template <typename Value>
@@ -120,6 +125,7 @@ concept KeepableMessageMaker =
 /// call; whatever it refers to must outlive it.
 class MessageReference {
 public:
+    /// Refers to `message`.
     template <MessageArgument Message>
     MessageReference(Message&& message)  // NOLINT(bugprone-forwarding-reference-overload): the concept excludes copies
         : message_(addressOf(message)), render_(renderTyped<std::remove_reference_t<Message>>) {}
@@ -263,6 +269,7 @@ auto plainValue(const Argument& argument) noexcept {
     }
 }
 
+/// The most bytes that a value takes as text. Internal.
 constexpr std::size_t maximumSize(std::string_view text) noexcept {
     return text.size();
 }
@@ -299,17 +306,20 @@ void appendFilledIn(std::string& out, fmt::string_view format, ReplacementFields
     appendFilledInValues(out, format, fields, plainValue(arguments)...);
 }
 
+/// What a format can be written as.
 template <typename Text>
 concept ConvertsToText = std::convertible_to<const Text&, std::string_view>;
 
 /// A format text, checked against its arguments by the compiler, with the place of the call.
 template <typename... Arguments>
 struct LocatedFormat {
+    /// `text` is checked against the arguments; the place is the caller's.
     template <ConvertsToText Text>
     consteval LocatedFormat(const Text& text,  // NOLINT(google-explicit-constructor): written as a plain text
                             SourceLocation place = SourceLocation::current())
         : format(text), fields(std::string_view(text)), location(place) {}
 
+    /// The format, what is known of its fields, and the place.
     fmt::format_string<Arguments...> format;
     ReplacementFields fields;
     SourceLocation location;

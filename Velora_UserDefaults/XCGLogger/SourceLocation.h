@@ -59,11 +59,15 @@ private:
 class SourceText {
 public:
     SourceText() = default;
+    /// A copy of `text`.
     SourceText(const char* text) : owned_(text) {}             // NOLINT(google-explicit-constructor)
     SourceText(std::string_view text) : owned_(text) {}        // NOLINT(google-explicit-constructor)
     SourceText(std::string text) : owned_(std::move(text)) {}  // NOLINT(google-explicit-constructor)
+    /// An independent copy: of the reference, or of the text.
     SourceText(const SourceText&) = default;
+    /// Takes the text over.
     SourceText(SourceText&&) noexcept = default;
+    /// The same; memory at hand is used again.
     SourceText& operator=(const SourceText& other) {
         referred_ = other.referred_;
         if (!owned_.empty() || !other.owned_.empty()) {
@@ -71,6 +75,7 @@ public:
         }
         return *this;
     }
+    /// Takes the text over.
     SourceText& operator=(SourceText&&) noexcept = default;
     ~SourceText() = default;
 
@@ -94,6 +99,7 @@ public:
         }
     }
 
+    /// The text; the view is valid until this is changed.
     std::string_view view() const noexcept { return owned_.empty() ? referred_ : std::string_view(owned_); }
     operator std::string_view() const noexcept { return view(); }  // NOLINT(google-explicit-constructor)
     std::string string() const { return std::string(view()); }

@@ -16,6 +16,7 @@ namespace velora {
 /// any others. Filters read booleans, text (`std::string`), lists (`std::vector<std::string>`) and
 /// sets (`std::set<std::string>`) back. An empty one owns no memory.
 struct UserInfo : std::map<std::string, std::any, std::less<>> {
+    /// The map that it is.
     using Entries = std::map<std::string, std::any, std::less<>>;
     using Entries::Entries;
 };
@@ -32,6 +33,7 @@ public:
     /// No user info.
     UserInfoReference() = default;
 
+    /// Refers to `source`.
     template <UserInfoSource Source>
     UserInfoReference(const Source& source)  // NOLINT(google-explicit-constructor): call arguments convert
         : source_(&source), resolve_([](const void* object, UserInfo& storage) -> const UserInfo& {

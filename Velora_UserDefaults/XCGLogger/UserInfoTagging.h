@@ -29,10 +29,12 @@ namespace velora {
 /// long as the process lives.
 class LiteralText {
 public:
+    /// Refers to `literal`.
     template <std::size_t Size>
     consteval LiteralText(const char (&literal)[Size])  // NOLINT(google-explicit-constructor)
         : view_(static_cast<const char*>(literal)) {}
 
+    /// The text.
     constexpr std::string_view view() const noexcept { return view_; }
 
 private:
@@ -55,6 +57,7 @@ template <typename Value>
 struct UserInfoOf : std::map<std::string, Value, std::less<>> {
     using std::map<std::string, Value, std::less<>>::map;
 
+    /// The same with values of any type.
     operator UserInfo() const { return UserInfo(this->begin(), this->end()); }  // NOLINT(google-explicit-constructor)
 };
 
@@ -75,6 +78,7 @@ concept UserInfoTaggingProtocol = requires(const Tagging& tagging, Tagging& chan
 template <const std::string_view& Key>
 class UserInfoName {
 public:
+    /// Refers to a literal, or copies any other text.
     explicit UserInfoName(LiteralText name) : name_(SourceText::referringTo(name.view())) {}
     template <RuntimeText Text>
     // NOLINTNEXTLINE(bugprone-forwarding-reference-overload): no name is text itself
@@ -170,6 +174,7 @@ UserInfo mergedOperands(const Left& left, const Right& right) {
 template <typename Left, typename Right>
 class TaggingExpression {
 public:
+    /// Holds both.
     TaggingExpression(Left left, Right right) : left_(std::move(left)), right_(std::move(right)) {}
 
     /// The dictionary that it stands for.
@@ -180,6 +185,7 @@ private:
     Right right_;
 };
 
+/// Whether a type is a `TaggingExpression`. Internal.
 template <typename Type>
 inline constexpr bool isTaggingExpression = false;
 template <typename Left, typename Right>

@@ -32,7 +32,9 @@ class XCGLogger;
 /// The logger that a call on an object goes to.
 class OwnLogger {
 public:
+    /// Calls go to `logger`, which must outlive this.
     constexpr explicit OwnLogger(XCGLogger& logger) noexcept : logger_(&logger) {}
+    /// That logger.
     XCGLogger& logger() const noexcept { return *logger_; }
 
 private:
@@ -42,6 +44,7 @@ private:
 /// The logger that a class-level call goes to: `XCGLogger::defaultInstance()`.
 class DefaultLogger {
 public:
+    /// The shared logger.
     VELORA_EXPORT static XCGLogger& logger();
 };
 
@@ -63,6 +66,7 @@ class VELORA_EXPORT XCGLogger : public MadeInTwoSteps,
                                 public AllLogCalls<OwnLogger>,
                                 public std::enable_shared_from_this<XCGLogger> {
 public:
+    /// Other names for the types, as members.
     using Level = velora::Level;
     using Constants = velora::Constants;
 
@@ -80,6 +84,7 @@ public:
     /// `file->setLogQueue(XCGLogger::logQueue())`. Made on first use.
     static const std::shared_ptr<DispatchQueue>& logQueue();
 
+    /// The logger's name, which lines show if their destination shows it.
     virtual const std::string& identifier() const { return identifier_; }
     virtual void setIdentifier(std::string identifier) { identifier_ = std::move(identifier); }
 
@@ -254,7 +259,9 @@ struct XCGLogger::SetupOptions {
     std::optional<Level> fileLevel = std::nullopt;
 };
 
+/// The calls of every level on the shared logger.
 struct XCGLogger::Default {
+    /// Log at the level of that name.
     static constexpr LogCalls<DefaultLogger> verbose{{}, Level::verbose};
     static constexpr LogCalls<DefaultLogger> debug{{}, Level::debug};
     static constexpr LogCalls<DefaultLogger> info{{}, Level::info};
@@ -265,6 +272,7 @@ struct XCGLogger::Default {
     static constexpr LogCalls<DefaultLogger> alert{{}, Level::alert};
     static constexpr LogCalls<DefaultLogger> emergency{{}, Level::emergency};
 
+    /// Run a closure if the shared logger lets the level of that name through.
     static constexpr ExecCalls<DefaultLogger> verboseExec{{}, Level::verbose};
     static constexpr ExecCalls<DefaultLogger> debugExec{{}, Level::debug};
     static constexpr ExecCalls<DefaultLogger> infoExec{{}, Level::info};

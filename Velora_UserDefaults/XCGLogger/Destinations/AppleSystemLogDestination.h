@@ -13,8 +13,10 @@ namespace velora {
 /// with its own date, so the date column is always off; switching it on is accepted and ignored.
 class VELORA_EXPORT AppleSystemLogDestination : public BaseQueuedDestination {
 public:
+    /// Made by `make<AppleSystemLogDestination>(nullptr, identifier)`.
     using BaseQueuedDestination::BaseQueuedDestination;
 
+    /// Always false; setting it changes nothing.
     bool showDate() const override { return false; }
     void setShowDate(bool show) override;
 

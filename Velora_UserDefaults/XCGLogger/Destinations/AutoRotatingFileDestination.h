@@ -50,6 +50,8 @@ public:
         std::uint8_t targetMaxLogFiles = 10;
     };
 
+    /// `owner` is usually null; the folder of `writeToFile` is made if it is missing. Without a target nothing is
+    /// written and nothing rotates.
     AutoRotatingFileDestination(Making key, std::shared_ptr<XCGLogger> owner, const FileTarget& writeToFile,
                                 std::string identifier, Options options);
 

@@ -32,6 +32,7 @@ class DispatchQueue;
 /// logging thread. One that was logged before there was any filter or formatter is written as it is.
 class VELORA_EXPORT BaseQueuedDestination : public BaseDestination {
 public:
+    /// Made by `make<…>(owner, identifier)`; `owner` is usually null, and set by `XCGLogger::add`.
     BaseQueuedDestination(Making key, std::shared_ptr<XCGLogger> owner, std::string identifier);
     ~BaseQueuedDestination() override;
 

@@ -14,6 +14,7 @@ namespace velora {
 /// that.
 class VELORA_EXPORT ConsoleDestination : public BaseQueuedDestination {
 public:
+    /// Made by `make<ConsoleDestination>(nullptr, identifier)`.
     using BaseQueuedDestination::BaseQueuedDestination;
 
     void write(std::string_view message) override;

@@ -65,6 +65,7 @@ public:
     /// Whether a file is open now.
     bool isOpen() const;
 
+    /// As the constructor's arguments; what is set counts when the file is opened the next time.
     virtual bool shouldAppend() const { return shouldAppend_; }
     virtual void setShouldAppend(bool shouldAppend) { shouldAppend_ = shouldAppend; }
     virtual const std::optional<std::string>& appendMarker() const { return appendMarker_; }

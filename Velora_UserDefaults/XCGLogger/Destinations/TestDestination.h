@@ -29,6 +29,7 @@ namespace velora {
 /// while the logging thread waits.
 class VELORA_EXPORT TestDestination : public BaseQueuedDestination {
 public:
+    /// Made by `make<TestDestination>(nullptr, identifier)`, with nothing expected.
     TestDestination(Making key, std::shared_ptr<XCGLogger> owner, std::string identifier);
     ~TestDestination() override;
 

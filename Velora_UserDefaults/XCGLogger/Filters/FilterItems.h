@@ -27,9 +27,12 @@ concept FilterItemSource =
 /// A value; not synchronised.
 class FilterItems {
 public:
+    /// No texts.
     FilterItems() = default;
+    /// The texts of a list in braces.
     FilterItems(std::initializer_list<std::string> items) : items_(items) {}
 
+    /// Copies of the texts of a range.
     template <FilterItemSource Range>
     FilterItems(Range&& items) {  // NOLINT(bugprone-forwarding-reference-overload): the concept excludes these
         for (auto&& item : items) {
@@ -37,6 +40,7 @@ public:
         }
     }
 
+    /// The texts, in the order they were given.
     auto begin() const noexcept { return items_.begin(); }
     auto end() const noexcept { return items_.end(); }
 
@@ -48,6 +52,7 @@ private:
 ///
 ///     make<TagFilter>(IncludeFrom{"net", "auth"})
 struct IncludeFrom : FilterItems {
+    /// As for `FilterItems`.
     using FilterItems::FilterItems;
 };
 
@@ -55,6 +60,7 @@ struct IncludeFrom : FilterItems {
 ///
 ///     make<TagFilter>(ExcludeFrom{"noisy"})
 struct ExcludeFrom : FilterItems {
+    /// As for `FilterItems`.
     using FilterItems::FilterItems;
 };
 

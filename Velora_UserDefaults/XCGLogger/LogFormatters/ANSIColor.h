@@ -16,6 +16,7 @@ namespace velora {
 /// A value that never changes: safe to use from any thread.
 class VELORA_EXPORT ANSIColor {
 public:
+    /// A colour of the terminal's palette, which decides how it looks.
     static const ANSIColor black;
     static const ANSIColor red;
     static const ANSIColor green;
@@ -28,6 +29,7 @@ public:
     static const ANSIColor lightGray;
     static const ANSIColor darkGrey;
     static const ANSIColor darkGray;
+    /// The brighter ones of the palette.
     static const ANSIColor lightRed;
     static const ANSIColor lightGreen;
     static const ANSIColor lightYellow;

@@ -20,6 +20,7 @@ namespace velora {
 /// severe white on red, the rest as the terminal has it. Threads: see `ColorLogFormatter`.
 class VELORA_EXPORT ANSIColorLogFormatter : public ColorLogFormatter {
 public:
+    /// Other names for the types, as members.
     using ANSIColor = velora::ANSIColor;
     using ANSIOption = velora::ANSIOption;
 

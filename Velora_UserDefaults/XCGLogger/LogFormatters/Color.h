@@ -24,6 +24,7 @@ public:
     /// "#": "#FFA500", "ffa500", "#FA0", "#FFA50080" or "#FA08". Nothing if `text` is no such colour.
     static std::optional<Color> fromHex(std::string_view text) noexcept;
 
+    /// One component, from 0 to 1.
     double redComponent() const noexcept { return red_; }
     double greenComponent() const noexcept { return green_; }
     double blueComponent() const noexcept { return blue_; }

@@ -22,6 +22,7 @@ public:
     /// Black if there is none, such as `Color::fromHex` of something that is no colour.
     explicit XcodeColor(const std::optional<Color>& color) noexcept;
 
+    /// One of the three numbers.
     constexpr int red() const noexcept { return red_; }
     constexpr int green() const noexcept { return green_; }
     constexpr int blue() const noexcept { return blue_; }
@@ -48,7 +49,9 @@ private:
     int blue_;
 };
 
+/// The colours that have a name.
 struct XcodeColor::Named {
+    /// The colour of that name.
     static constexpr XcodeColor red{255, 0, 0};
     static constexpr XcodeColor green{0, 255, 0};
     static constexpr XcodeColor blue{0, 0, 255};

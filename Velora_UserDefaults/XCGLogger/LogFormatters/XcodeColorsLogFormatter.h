@@ -20,6 +20,7 @@ namespace velora {
 /// severe white on red, the rest uncoloured. Threads: see `ColorLogFormatter`.
 class VELORA_EXPORT XcodeColorsLogFormatter : public ColorLogFormatter {
 public:
+    /// Another name for the type, as a member.
     using XcodeColor = velora::XcodeColor;
 
     /// What every sequence begins with: ESC and "[".
