@@ -142,6 +142,7 @@ FileResult<void> FileHandle::write(std::string_view first, std::string_view seco
 }
 
 /// Returns 0 or an error number.
+// NOLINTNEXTLINE(readability-make-member-function-const): what is changed is the file
 int FileHandle::writeParts(std::string_view first, std::string_view second, std::size_t& written) {
     written = 0;
     if (!isOpen()) {

@@ -46,6 +46,7 @@ public:
     FileResult<void> write(std::string_view bytes, std::size_t& written);
     /// Writes as much of `bytes` as one system call takes, in nearly every case all, and returns how much: nothing
     /// if that failed, or is better left to `write`, which does the rest and tells of failures.
+    // NOLINTNEXTLINE(readability-make-member-function-const): what is changed is the file
     std::size_t writeOnce(std::string_view bytes) noexcept {
         if (!isOpen() || canRaiseSigpipe_) {
             return 0;
