@@ -40,11 +40,10 @@ class Account {
 public:
     /// Takes the lines of the file at `path` for the next ones.
     void take(const std::string& path) {
-        const std::string text = readFile(path);
-        for (std::string_view rest = text; !rest.empty();) {
-            const std::size_t end = rest.find('\n');
-            takeLine(std::string(rest.substr(0, end)), end != std::string_view::npos);
-            rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+        // Line by line: after a pause of the disk a file is large, and its memory would count as the logger's.
+        std::ifstream file(path, std::ios::binary);
+        for (std::string line; std::getline(file, line);) {
+            takeLine(line, !file.eof());
         }
         std::filesystem::remove(path);
     }
