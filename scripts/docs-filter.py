@@ -73,11 +73,12 @@ def link(page, match):
 
 
 def code_span(match):
-    """Code in a line. Doxygen fails at a space beside its mark and at a backslash."""
+    """Code in a line. Doxygen fails at a space beside its mark and at backslashes, and in a table shows that of `\\|`."""
     text = match.group(1)
     if text == text.strip() and "\\" not in text:
         return match.group(0)
-    return f"<code>{html.escape(text).replace(' ', '&nbsp;').replace(chr(92), 2 * chr(92))}</code>"
+    text = re.sub(r"\\(?!\|)", r"\\\\", html.escape(text))
+    return f"<code>{text.replace(' ', '&nbsp;').replace('--', chr(92) + '--')}</code>"
 
 
 def is_public(header):
