@@ -20,13 +20,15 @@ import tempfile
 
 VIEWS = {"desktop": (1280, 900), "phone": (390, 844)}
 SCHEMES = ("light", "dark")
-REFERENCE = ("classvelora_1_1FileDestination.html", "classvelora_1_1XCGLogger.html", "annotated.html", "files.html")
+REFERENCE = ("classvelora_1_1FileDestination.html", "classvelora_1_1XCGLogger.html", "classvelora_1_1LogCalls.html",
+             "structvelora_1_1Constants.html", "namespacevelora.html", "Message_8h.html")
 GENERATED = ("pages.html", "class", "struct", "concept", "dir_", "functions", "globals", "namespace")
 
 # Whatever scrolls, the page itself must not be wider than the window. What is named then is the first element, from the
 # inside out, that sticks out and has no scroll bar of its own around it.
-MEASURE = """(() => {
-    const width = window.innerWidth, page = document.getElementById("doc-content") || document.documentElement;
+# The width is the device's: a phone shows a page that is too wide smaller, in a window that is wider then.
+MEASURE = """(width => {
+    const page = document.getElementById("doc-content") || document.documentElement;
     const excess = Math.max(document.documentElement.scrollWidth, page.scrollWidth) - width;
     const scrolls = e => e && (["auto", "scroll", "hidden"].includes(getComputedStyle(e).overflowX) && e !== page
                                || scrolls(e.parentElement));
@@ -34,7 +36,7 @@ MEASURE = """(() => {
         e => e.getBoundingClientRect().right > width + 1 && getComputedStyle(e).position !== "absolute" && !scrolls(e));
     return JSON.stringify({excess, height: page.scrollHeight + page.offsetTop,
         culprit: outside.length ? outside[0].outerHTML.slice(0, 160) : ""});
-})()"""
+})"""
 
 
 class Browser:
@@ -92,7 +94,7 @@ class Browser:
         self.value("""new Promise(done => {
             const later = () => setTimeout(done, 300);
             document.readyState === "complete" ? later() : addEventListener("load", later); })""")
-        return json.loads(self.value(MEASURE))
+        return json.loads(self.value(f"{MEASURE}({width})"))
 
     def save(self, width, height, file):
         """The whole page, as far as it is `height` high; or without a height, what the window shows."""
