@@ -85,7 +85,7 @@ std::string example(const std::string& name, const Replacements& replacements) {
     for (const auto& [from, to] : replacements) {
         std::size_t place = text.find(from);
         if (place == std::string::npos) {
-            throw std::runtime_error(name + " has no " + from);
+            throw std::runtime_error(std::string(name).append(" has no ").append(from));
         }
         for (; place != std::string::npos; place = text.find(from, place + to.size())) {
             text.replace(place, from.size(), to);
@@ -134,7 +134,7 @@ public:
         writeConfiguration(
             centreFolder_, "",
             example("centre.conf", {{"/var/log/fleet", folder_ / "received"},
-                                    {"port=\"10514\"", "address=\"127.0.0.1\" port=\"" + port_ + "\""}}));
+                                    {"port=\"10514\"", R"(address="127.0.0.1" port=")" + port_ + "\""}}));
         return centre_.start(centreFolder_, [this] { return isListening(port()); });
     }
 
