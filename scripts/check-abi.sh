@@ -34,7 +34,6 @@ dump >build/packages/current.abi
 gzip -dc "$accepted" >build/packages/accepted.abi
 code=0
 abidiff --no-added-syms build/packages/accepted.abi build/packages/current.abi || code=$?
-# Bit 2 says "changed", bit 3 "incompatible"; bits 0 and 1 that the comparison itself failed.
 if ((code != 0)); then
     echo "The binary interface differs from the accepted one (abidiff: $code). If that is meant: make abi-update" >&2
     exit 1
