@@ -17,7 +17,7 @@ install-packages := scripts/install-packages.sh
 export DESTDIR
 
 .DEFAULT_GOAL := help
-.PHONY: help run test coverage fuzz bench docs install format lint clean
+.PHONY: help run test coverage fuzz bench docs install packages abi-update format lint clean
 
 # Ninja itself notices what changed once a build folder is configured. Its benchmarks and tests need
 # packages that the rest does without, so only the tasks that use them turn them on.
@@ -26,7 +26,7 @@ configure-tests = grep -qsx VELORA_BUILD_TESTS:BOOL=ON build/$(PRESET)/CMakeCach
 	test -f build/$(PRESET)/build.ninja || cmake --preset $(PRESET) -DVELORA_BUILD_TESTS=ON
 
 help: ## List the tasks
-	@awk -F ':.*## ' '/^[a-z]+:.*## / { printf "make %-9s %s\n", $$1, $$2 }' $(firstword $(MAKEFILE_LIST))
+	@awk -F ':.*## ' '/^[a-z-]+:.*## / { printf "make %-10s %s\n", $$1, $$2 }' $(firstword $(MAKEFILE_LIST))
 
 run: ## Build the library and run the example of a remote-desktop host session
 	@$(install-packages) build
@@ -73,6 +73,19 @@ install: ## Install the library and its tools into PREFIX (/usr/local), below DE
 	@$(configure-release)
 	@cmake --build --preset release --target Velora_UserDefaults velora-defaults velora-log
 	@cmake --install build/release --prefix "$(abspath $(PREFIX))"
+
+# Configured each time, with the compiler's flags that Debian builds its packages with.
+packages: ## Make Debian packages of the library, its headers and its tools in build/packages
+	@$(install-packages) build package
+	@rm -f build/packages/*.deb
+	@CXXFLAGS="$$(dpkg-buildflags --get CPPFLAGS) $$(dpkg-buildflags --get CXXFLAGS)" \
+		LDFLAGS="$$(dpkg-buildflags --get LDFLAGS)" cmake --preset packages
+	@cmake --build --preset packages
+	@cd build/packages && cpack --config CPackConfig.cmake
+	@ls build/packages/*.deb
+
+abi-update: ## Accept the library's binary interface as it is now: what later versions are compared with
+	@scripts/check-abi.sh --update
 
 format: ## Lay out all sources
 	@$(install-packages) lint

@@ -8,6 +8,9 @@
 # - sees that the program includes every installed header, directly or not, so that none is
 #   installed by mistake and none is left untried.
 #
+# Then builds and runs that program with the library as a part of its build, by add_subdirectory and by FetchContent
+# from a folder and from a local clone (of what is committed), and sees that only the program is installed.
+#
 #     scripts/check-installation.sh WORK-FOLDER
 set -euo pipefail
 
@@ -85,4 +88,26 @@ for kind in shared static; do
     check_package
     check_pkg_config
     check_use_of_headers
+done
+
+check_subproject() {
+    local way=$1 build=$work/$1/build installed=$work/$1/installed launcher=()
+    kind=$way
+    command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+    echo "-- as a part of its host: $way"
+    mkdir -p "$work/$way"
+    cmake -S "$consumer/subproject" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug "${launcher[@]}" \
+        -DVELORA_WAY="$way" -DVELORA_SOURCE="$source" >"$work/$way.configure.log"
+    cmake --build "$build"
+    run "$build/consumer"
+    cmake --install "$build" --prefix "$installed" >"$work/$way.install.log"
+    [[ $(cd "$installed" && find . -type f) == ./bin/consumer ]] || {
+        echo "the host's installation holds more than the host:" >&2
+        find "$installed" -type f >&2
+        return 1
+    }
+}
+
+for way in subdirectory source-dir clone; do
+    check_subproject "$way"
 done
