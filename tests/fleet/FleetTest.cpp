@@ -127,7 +127,7 @@ public:
     Fleet() : hostFolder_(folder_ / "host"), centreFolder_(folder_ / "centre"), port_(std::to_string(freePort())) {
         std::filesystem::create_directories(hostFolder_);
         std::filesystem::create_directories(centreFolder_);
-        std::filesystem::create_directories(folder_ / "logs/app");
+        std::filesystem::create_directories(folder_ / "logs");
     }
 
     std::optional<std::string> startCentre() {
