@@ -249,9 +249,9 @@ std::optional<Date> parsedMoment(std::string_view text, Date now) {
     text = withoutSpaces(text);
     const std::string given(text);
     const std::string today = localText(now).substr(0, 10);
+    const std::string givenToday = std::string(today).append(" ").append(given);
     // Each kind is brought to the form of a complete date.
-    for (const std::string& candidate :
-         {given, given + " 00:00:00", given + ":00", today + " " + given, today + " " + given + ":00"}) {
+    for (const std::string& candidate : {given, given + " 00:00:00", given + ":00", givenToday, givenToday + ":00"}) {
         if (const auto date = wholeDate(candidate)) {
             return date;
         }
