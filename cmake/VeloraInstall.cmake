@@ -13,6 +13,7 @@ set(VELORA_INTERNAL_HEADERS
     Platform/ExtendedAttributes
     Platform/FileMove
     Platform/ForkHandlers
+    Platform/OwnFolder
     Platform/ProcessInfo
     Platform/RecursiveLock
     Platform/Reused
