@@ -6,17 +6,12 @@
 
 #include <Velora_UserDefaults/XCGLogger/EngineGuard.h>
 
+#include "support/PrintedBy.h"
+
 namespace velora::test {
 namespace {
 
 struct OddException {};
-
-template <typename Work>
-std::string printedBy(Work work) {
-    testing::internal::CaptureStdout();
-    work();
-    return testing::internal::GetCapturedStdout();
-}
 
 TEST(EngineGuard, PrintsAnExceptionAsOneLine) {
     EXPECT_EQ(printedBy([] { printException("disk full"); }), "Objective-C Exception occurred: disk full\n");

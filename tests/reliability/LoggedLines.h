@@ -19,6 +19,7 @@
 #include <Velora_UserDefaults/XCGLogger/Destinations/FileDestination.h>
 
 #include "support/CountingFormatter.h"
+#include "support/PrintedBy.h"
 #include "support/RecordingDestination.h"
 #include "support/TemporaryFolder.h"
 
@@ -210,14 +211,6 @@ private:
     RecordedLogger<> logger_{"app"};
     std::shared_ptr<FileDestination> file_;
 };
-
-/// What `work` printed to standard output.
-template <typename Work>
-std::string printedBy(Work work) {
-    testing::internal::CaptureStdout();
-    work();
-    return testing::internal::GetCapturedStdout();
-}
 
 /// The reports in what was printed.
 inline std::vector<std::string> reportsIn(std::string_view printed) {

@@ -72,6 +72,14 @@ inline std::shared_ptr<LogFormatterProtocol> formatter(FunctionFormatter::Functi
     return std::make_shared<FunctionFormatter>(std::move(function));
 }
 
+/// Lists of one.
+inline std::vector<std::shared_ptr<FilterProtocol>> filters(FunctionFilter::Function function) {
+    return {filter(std::move(function))};
+}
+inline std::vector<std::shared_ptr<LogFormatterProtocol>> formatters(FunctionFormatter::Function function) {
+    return {formatter(std::move(function))};
+}
+
 /// A formatter that appends `text` to the line.
 inline std::shared_ptr<LogFormatterProtocol> appending(const std::string& text) {
     return formatter([text](LogDetails& /*logDetails*/, std::string& message) { message += text; });
