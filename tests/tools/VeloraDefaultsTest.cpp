@@ -1,26 +1,18 @@
 // The program velora-defaults, run as scripts run it.
 
 #include <algorithm>
-#include <array>
 #include <chrono>
-#include <csignal>
 #include <cstdint>
 #include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <poll.h>
-#include <spawn.h>
-#include <sstream>
 #include <string>
 #include <support/RunningProgram.h>
 #include <support/TemporaryFolder.h>
 #include <sys/wait.h>
-#include <thread>
-#include <unistd.h>
-#include <utility>
+#include <tools/VeloraDefaultsTestSupport.h>
 #include <vector>
 
 #include <Velora_UserDefaults/Platform/DefaultsStore.h>
@@ -37,41 +29,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
-
-/// The program prints this and nothing else, and is content.
-Result prints(const std::string& output) {
-    return {.status = 0, .output = output, .errors = {}};
-}
-
-class VeloraDefaults : public testing::Test {
-protected:
-    VeloraDefaults() {
-        ::setenv("VELORA_DEFAULTS_FILE", file.c_str(), 1);
-        ::setenv("HOME", folder.path().c_str(), 1);
-        ::unsetenv("XDG_CONFIG_HOME");
-        ::unsetenv("XDG_DATA_HOME");
-    }
-
-    Result run(std::vector<std::string> arguments, const std::string& input = "/dev/null") const {
-        RunningProgram program(VELORA_DEFAULTS_PROGRAM, std::move(arguments), input, folder / "errors");
-        std::string output = program.everything();
-        const int status = program.wait();
-        return {.status = status, .output = std::move(output), .errors = readFile(folder / "errors")};
-    }
-
-    /// What is stored under `key`, as JSON text; empty if nothing is.
-    std::string stored(const std::string& key) const {
-        for (const DefaultsStore::Entry& entry : DefaultsStore(file).allValues()) {
-            if (entry.key == key) {
-                return entry.json;
-            }
-        }
-        return {};
-    }
-
-    TemporaryFolder folder;
-    std::string file = folder / "store/UserDefaults.json";
-};
 
 TEST_F(VeloraDefaults, WritesAKnownKeyAsItsPropertyReadsIt) {
     EXPECT_EQ(run({"write", "Preferences_Security_PinCodeLength", "8"}), prints(""));
@@ -374,144 +331,6 @@ TEST_F(VeloraDefaults, FailsWhenItsOutputCannotBeWritten) {
     const int status = std::system(command.c_str());
     EXPECT_EQ(WEXITSTATUS(status), 1);
     EXPECT_EQ(readFile(folder / "errors"), "velora-defaults: the output cannot be written\n");
-}
-
-/// A `watch` that is looking already.
-class Watching : public VeloraDefaults {
-protected:
-    /// Changes a value until `watching` has shown a change.
-    void awaitStart(RunningProgram& watching) const {
-        std::jthread changing([this](const std::stop_token& stop) {
-            for (int n = 0; !stop.stop_requested(); ++n) {
-                DefaultsStore(file).setInteger("start", n);
-                std::this_thread::sleep_for(std::chrono::milliseconds(20));
-            }
-        });
-        EXPECT_THAT(watching.line(), StartsWith("start: "));
-    }
-
-    /// The next line that is about something else than the start.
-    static std::string nextLine(RunningProgram& watching) {
-        std::string line = watching.line();
-        while (line.starts_with("start: ")) {
-            line = watching.line();
-        }
-        return line;
-    }
-};
-
-TEST_F(Watching, ShowsEachChangeOfAnyProcess) {
-    DefaultsStore(file).setInteger("own", 1);
-    RunningProgram watching(VELORA_DEFAULTS_PROGRAM, {"watch"}, "/dev/null", folder / "watch errors");
-    awaitStart(watching);
-    EXPECT_EQ(run({"write", "own", "-int", "2"}), prints(""));
-    EXPECT_EQ(nextLine(watching), "own: 1 -> 2");
-    DefaultsStore(file).setString("own", "a\nb");
-    EXPECT_EQ(nextLine(watching), R"(own: 2 -> "a\nb")");
-    EXPECT_EQ(run({"delete", "own"}), prints(""));
-    EXPECT_EQ(nextLine(watching), R"(own: "a\nb" -> (absent))");
-    DefaultsStore(file).importText("{\"own\": [1,\n2], \"other\": true}");
-    EXPECT_EQ(nextLine(watching), "other: (absent) -> true");
-    EXPECT_EQ(nextLine(watching), R"(own: (absent) -> [1,\n2])");
-    writeFile(file, R"({"own": "by hand"})");
-    EXPECT_EQ(nextLine(watching), "other: true -> (absent)");
-    EXPECT_EQ(nextLine(watching), R"(own: [1,\n2] -> "by hand")");
-    watching.send(SIGTERM);
-    watching.everything();
-    EXPECT_EQ(watching.wait(), 0);
-    EXPECT_EQ(readFile(folder / "watch errors"), "");
-}
-
-TEST_F(Watching, EndsWellWhenInterrupted) {
-    RunningProgram watching(VELORA_DEFAULTS_PROGRAM, {"watch"}, "/dev/null", folder / "watch errors");
-    awaitStart(watching);
-    watching.send(SIGINT);
-    watching.everything();
-    EXPECT_EQ(watching.wait(), 0);
-}
-
-TEST_F(Watching, EndsAfterAsManyChangesAsAskedFor) {
-    RunningProgram watching(VELORA_DEFAULTS_PROGRAM, {"watch", "--count", "2"}, "/dev/null", folder / "watch errors");
-    awaitStart(watching);
-    DefaultsStore(file).importText(R"({"a": 1, "b": 2, "start": "end"})");
-    const std::string rest = watching.everything();
-    EXPECT_EQ(std::count(rest.begin(), rest.end(), '\n'), 1);
-    EXPECT_EQ(watching.wait(), 0);
-}
-
-/// The lines of the terminal sessions in docs/preferences.md.
-std::vector<std::string> shownSessions() {
-    std::istringstream guide(
-        readFile(std::filesystem::path(__FILE__).parent_path().parent_path().parent_path() / "docs/preferences.md"));
-    std::vector<std::string> lines;
-    bool isInside = false;
-    for (std::string line; std::getline(guide, line);) {
-        if (line.starts_with("```")) {
-            isInside = line == "```console";
-        } else if (isInside) {
-            lines.push_back(line);
-        }
-    }
-    return lines;
-}
-
-TEST_F(Watching, DoesWhatTheGuideShows) {
-    const std::string program = VELORA_DEFAULTS_PROGRAM;
-    const std::string path = "PATH=" + program.substr(0, program.rfind('/')) + ":$PATH; ";
-    std::string shown;
-    std::string happened;
-    const std::vector<std::string> lines = shownSessions();
-    for (const std::string& line : lines) {
-        shown += line + "\n";
-        if (!line.starts_with("$ ")) {
-            continue;
-        }
-        happened += line + "\n";
-        if (line == "$ velora-defaults watch") {
-            RunningProgram watching(VELORA_DEFAULTS_PROGRAM, {"watch"}, "/dev/null", folder / "watch errors");
-            awaitStart(watching);
-            DefaultsStore(file).setInteger("Preferences_Security_PinCodeLength", 6);
-            happened += nextLine(watching) + "\n";
-            continue;
-        }
-        const std::string command = "{ " + path + line.substr(2) + "; } >" + (folder / "output") + " 2>&1";
-        EXPECT_NE(std::system(command.c_str()), -1);
-        happened += readFile(folder / "output");
-    }
-    EXPECT_EQ(happened, shown);
-    EXPECT_GT(lines.size(), 5U);
-}
-
-class Completion : public VeloraDefaults {
-protected:
-    /// What bash offers for the last of `words`, each followed by a newline.
-    std::string offered(const std::string& words) const {
-        const std::string command =
-            "bash -c 'source " VELORA_COMPLETION "; COMP_WORDS=(" VELORA_DEFAULTS_PROGRAM " " + words +
-            R"(); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _velora_defaults; printf "%s\n" "${COMPREPLY[@]}"' >)" +
-            (folder / "offered");
-        EXPECT_EQ(std::system(command.c_str()), 0);
-        return readFile(folder / "offered");
-    }
-};
-
-TEST_F(Completion, OffersCommandsOptionsAndKeys) {
-    DefaultsStore(file).setString("Server_Own", "1");
-    EXPECT_EQ(offered("re"), "read\n");
-    EXPECT_EQ(offered("read Server_"), "Server_ID_String\nServer_ScreenControlMode\nServer_Own\n");
-    EXPECT_EQ(offered("write Server_Own -i"), "-int\n");
-    EXPECT_EQ(offered("write Server_Own Ser"), "\n") << "a value is not offered";
-    EXPECT_EQ(offered("write --force Server_O"), "Server_Own\n");
-    EXPECT_EQ(offered("list --j"), "--json\n");
-}
-
-TEST_F(Completion, TakesKeysForTextAlone) {
-    const std::string trap = "own $(touch '" + (folder / "sprung") + "') `true` key";
-    DefaultsStore(file).setString(trap, "1");
-    DefaultsStore(file).setString("own second", "1");
-    EXPECT_EQ(offered("read own"),
-              "own\\ \\$\\(touch\\ \\'" + (folder / "sprung") + "\\'\\)\\ \\`true\\`\\ key\nown\\ second\n");
-    EXPECT_FALSE(std::filesystem::exists(folder / "sprung"));
 }
 
 TEST_F(VeloraDefaults, ChangesWhatPropertiesReadAtOnce) {

@@ -9,7 +9,9 @@ _velora_defaults() {
         case $command in
             list) words="--json --keys --help" ;;
             watch) words="--count --help" ;;
+            path) words="--help" ;;
             export | import)
+                [[ $current == -* ]] && COMPREPLY=(--help) && return
                 mapfile -t COMPREPLY < <(compgen -f -- "$current")
                 compopt -o filenames 2>/dev/null
                 return

@@ -1,5 +1,12 @@
 # fish completion for velora-defaults
 
+# Whether a key comes next: the words so far are the program, the command and options.
+function __velora_defaults_awaits_key
+    set -l words (commandline -opc)
+    test (count $words) -ge 2; and contains -- $words[2] read write delete
+    and not string match -qv -- '-*' $words[3..]
+end
+
 set -l commands list read write delete export import path watch
 
 complete -c velora-defaults -f
@@ -9,7 +16,7 @@ complete -c velora-defaults -l help -d "print the usage"
 complete -c velora-defaults -n "__fish_seen_subcommand_from list" -l json -d "print a JSON list"
 complete -c velora-defaults -n "__fish_seen_subcommand_from list" -l keys -d "print the keys alone"
 complete -c velora-defaults -n "__fish_seen_subcommand_from watch" -l count -x -d "end after so many changes"
-complete -c velora-defaults -n "__fish_seen_subcommand_from read write delete" -a "(velora-defaults list --keys)"
+complete -c velora-defaults -n __velora_defaults_awaits_key -a "(velora-defaults list --keys)"
 complete -c velora-defaults -n "__fish_seen_subcommand_from write" -o string -d "write text"
 complete -c velora-defaults -n "__fish_seen_subcommand_from write" -o int -d "write an integer"
 complete -c velora-defaults -n "__fish_seen_subcommand_from write" -o bool -d "write a truth value"

@@ -13,22 +13,33 @@ commands=(
 )
 
 if ((CURRENT == 2)); then
-    _describe command commands
+    if [[ $PREFIX == -* ]]; then
+        compadd -- --help --version
+    else
+        _describe command commands
+    fi
     return
 fi
 
 keys=("${(@f)$(_call_program keys ${words[1]} list --keys 2>/dev/null)}")
-case ${words[2]} in
+shift words
+((CURRENT--))
+case ${words[1]} in
     list) _arguments '--json[print a JSON list]' '--keys[print the keys alone]' '--help' ;;
-    watch) _arguments '--count[end after so many changes]:number' '--help' ;;
-    export | import) _files ;;
+    watch) _arguments '--count=[end after so many changes]:number' '--help' ;;
+    export | import) _arguments '--help' ':file:_files' ;;
+    path) _arguments '--help' ;;
     read | delete)
-        ((CURRENT == 3)) && compadd -a keys
+        if [[ $PREFIX == -* ]]; then
+            compadd -- --help
+        elif ((CURRENT == 2)); then
+            compadd -a keys
+        fi
         ;;
     write)
         if [[ $PREFIX == -* ]]; then
             compadd -- -string -int -bool -url --force --help
-        elif ((CURRENT == 3)) || [[ ${words[3]} == -* && CURRENT -eq 4 ]]; then
+        elif ((CURRENT == 2)) || [[ ${words[2]} == -* && CURRENT -eq 3 ]]; then
             compadd -a keys
         fi
         ;;

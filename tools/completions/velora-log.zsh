@@ -12,33 +12,37 @@ commands=(
 )
 
 if ((CURRENT == 2)); then
-    _describe command commands
+    if [[ $PREFIX == -* ]]; then
+        compadd -- --help --version
+    else
+        _describe command commands
+    fi
     return
 fi
 
 levels=(verbose debug info notice warning error severe alert emergency)
 filter=(
-    "--level[this level and more severe ones]:level:($levels)"
-    '--since[logged then or later]:date, time or duration'
-    '--until[logged then or earlier]:date, time or duration'
-    '--grep[records that hold a text]:text'
-    '--regex[records that match]:extended regular expression'
-    '--file[records of a source file]:name'
-    '--thread[records of a thread]:name'
-    '--archive-folder[where the archives lie]:folder:_directories'
-    '--color[colour levels]:when:(auto always never)'
+    "--level=[this level and more severe ones]:level:($levels)"
+    '--since=[logged then or later]:date, time or duration'
+    '--until=[logged then or earlier]:date, time or duration'
+    '--grep=[records that hold a text]:text'
+    '--regex=[records that match]:extended regular expression'
+    '--file=[records of a source file]:name'
+    '--thread=[records of a thread]:name'
+    '--archive-folder=[where the archives lie]:folder:_directories'
+    '--color=[colour levels]:when:(auto always never)'
     '--help'
 )
 shift words
 ((CURRENT--))
 case ${words[1]} in
     show) _arguments $filter '--archives[read the archives, too]' '*:file:_files' ;;
-    stats) _arguments $filter '--archives[read the archives, too]' '--every[time of one bar]:duration' '*:file:_files' ;;
-    follow) _arguments $filter '--lines[last lines to begin with]:number' ':file:_files' ;;
+    stats) _arguments $filter '--archives[read the archives, too]' '--every=[time of one bar]:duration' '*:file:_files' ;;
+    follow) _arguments $filter {-n,--lines=}'[last lines to begin with]:number:' ':file:_files' ;;
     decode) _arguments '--help' '*:file:_files' ;;
-    archives) _arguments '--identifier[of one destination]:identifier' '--help' ':folder:_directories' ;;
-    prune) _arguments '--keep[how many to keep]:number' '--identifier[of one destination]:identifier' \
+    archives) _arguments '--identifier=[of one destination]:identifier' '--help' ':folder:_directories' ;;
+    prune) _arguments '--keep=[how many to keep]:number' '--identifier=[of one destination]:identifier' \
         '--dry-run[only print]' '--help' ':folder:_directories' ;;
-    purge) _arguments '--identifier[of one destination]:identifier' '--dry-run[only print]' '--help' \
+    purge) _arguments '--identifier=[of one destination]:identifier' '--dry-run[only print]' '--help' \
         ':folder:_directories' ;;
 esac

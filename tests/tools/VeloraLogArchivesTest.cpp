@@ -1,0 +1,145 @@
+// Archives in velora-log: listed, read, pruned and purged.
+
+#include <chrono>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <support/RunningProgram.h>
+#include <support/TemporaryFolder.h>
+#include <sys/xattr.h>
+#include <thread>
+#include <tools/VeloraLogTestSupport.h>
+#include <unistd.h>
+#include <vector>
+
+namespace velora::test {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ContainsRegex;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing::StartsWith;
+
+class VeloraLogArchives : public VeloraLog {
+protected:
+    VeloraLogArchives() {
+        fs::create_directory(logs);
+        for (const std::string name : {"app", "app_server"}) {
+            RotatingLog rotating(logs / (name + ".log"), name);
+            for (int rotation = 1; rotation <= 3; ++rotation) {
+                rotating.log->info("{} {}", name, rotation);
+                rotating.file->rotateFile();
+            }
+            rotating.log->info("{} live", name);
+            // The next file's lines are later, by what their dates show.
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        writeFile(logs / "app_0.log", "somebody else's\n");
+    }
+
+    /// The messages in `text` that begin with "app".
+    static std::vector<std::string> own(const std::string& text) {
+        std::vector<std::string> messages = messagesOf(text);
+        std::erase_if(messages, [](const std::string& message) {
+            return !message.starts_with("app") || message.find("process") != std::string::npos;
+        });
+        return messages;
+    }
+
+    const fs::path logs = folder.path() / "logs";
+};
+
+TEST_F(VeloraLogArchives, AreListedWithWhatThereIsToKnow) {
+    const Result result = run({"archives", logs.string()});
+    EXPECT_EQ(result.status, 0);
+    const std::vector<std::string> lines = linesOf(result.output);
+    ASSERT_THAT(lines, SizeIs(7));
+    EXPECT_THAT(lines[0], ContainsRegex("^NAME +IDENTIFIER +ARCHIVED AT +SIZE +LINES$"));
+    EXPECT_THAT(lines[1], ContainsRegex("^app_server_3\\.log +app_server +20[0-9-]+ [0-9:]+ +" +
+                                        std::to_string(fs::file_size(logs / "app_server_3.log")) + " +" +
+                                        std::to_string(linesOf(readFile(logs / "app_server_3.log")).size()) + "$"));
+    EXPECT_THAT(lines[6], StartsWith("app_1.log"));
+    EXPECT_THAT(linesOf(run({"archives", logs.string(), "--identifier", "app"}).output), SizeIs(4));
+    EXPECT_EQ(run({"archives", logs.string(), "--identifier", "none"}), (Result{1, "", ""}));
+}
+
+TEST_F(VeloraLogArchives, AreReadBeforeTheirLiveFile) {
+    const std::string live = logs / "app.log";
+    EXPECT_THAT(own(run({"show", "--archives", live}).output), ElementsAre("app 1", "app 2", "app 3", "app live"));
+    EXPECT_THAT(own(run({"show", live}).output), ElementsAre("app live")) << "only if they are asked for";
+    EXPECT_THAT(own(run({"show", "--archives", logs / "app_server.log"}).output),
+                ElementsAre("app_server 1", "app_server 2", "app_server 3", "app_server live"));
+    EXPECT_THAT(own(run({"stats", "--archives", live}).output), IsEmpty());
+}
+
+TEST_F(VeloraLogArchives, AreReadFromWhicheverFolderTheyLieIn) {
+    fs::create_directory(folder.path() / "old");
+    fs::rename(logs / "app_2.log", folder.path() / "old/app_2.log");
+    EXPECT_THAT(own(run({"show", "--archive-folder", folder / "old", logs / "app.log"}).output),
+                ElementsAre("app 2", "app live"));
+}
+
+TEST_F(VeloraLogArchives, AreMergedWithOtherFilesByTime) {
+    const Result result = run({"show", "--archives", logs / "app_server.log", logs / "app.log"});
+    EXPECT_THAT(own(result.output), ElementsAre("app 1", "app 2", "app 3", "app live", "app_server 1", "app_server 2",
+                                                "app_server 3", "app_server live"));
+}
+
+TEST_F(VeloraLogArchives, ArePrunedForEachDestination) {
+    const auto all = namesIn(logs);
+    const Result tried = run({"prune", logs.string(), "--keep", "2", "--dry-run"});
+    EXPECT_EQ(tried,
+              (Result{0, (logs / "app_server_1.log").string() + "\n" + (logs / "app_1.log").string() + "\n", ""}));
+    EXPECT_EQ(namesIn(logs), all);
+    EXPECT_EQ(run({"prune", logs.string(), "--keep", "2"}), tried);
+    EXPECT_THAT(namesIn(logs), ElementsAre("app.log", "app_0.log", "app_2.log", "app_3.log", "app_server.log",
+                                           "app_server_2.log", "app_server_3.log"));
+    EXPECT_EQ(run({"prune", logs.string(), "--keep", "2"}), (Result{1, "", ""}));
+    EXPECT_EQ(run({"prune", logs.string(), "--keep", "0", "--identifier", "app"}).status, 0);
+    EXPECT_THAT(namesIn(logs),
+                ElementsAre("app.log", "app_0.log", "app_server.log", "app_server_2.log", "app_server_3.log"));
+}
+
+TEST_F(VeloraLogArchives, ArePurgedAndNothingElseIs) {
+    fs::create_directory(logs / "sub");
+    fs::rename(logs / "app_3.log", logs / "sub/app_3.log");
+    fs::create_symlink(logs / "sub/app_3.log", logs / "link.log");
+    const std::string half = logs / "half.log";
+    writeFile(half, "");
+    ASSERT_EQ(::setxattr(half.c_str(), "user.tamberlo.xcglogger.archived.by", "app", 3, 0), 0);
+    const auto all = namesIn(logs);
+    EXPECT_THAT(linesOf(run({"purge", logs.string(), "--dry-run"}).output), SizeIs(5));
+    EXPECT_EQ(namesIn(logs), all);
+    EXPECT_EQ(run({"purge", logs.string()}).status, 0);
+    EXPECT_THAT(namesIn(logs), ElementsAre("app.log", "app_0.log", "app_server.log", "half.log", "link.log", "sub"));
+    EXPECT_TRUE(fs::exists(logs / "sub/app_3.log"));
+    EXPECT_EQ(run({"purge", logs.string()}), (Result{1, "", ""}));
+}
+
+TEST_F(VeloraLogArchives, ThatCannotBeRemovedAreNamed) {
+    if (::geteuid() == 0) {
+        GTEST_SKIP() << "root may remove everything";
+    }
+    fs::permissions(logs, fs::perms::owner_read | fs::perms::owner_exec);
+    const Result result = run({"purge", logs.string()});
+    fs::permissions(logs, fs::perms::owner_all);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(linesOf(result.errors), SizeIs(6));
+}
+
+TEST_F(VeloraLog, ReadsArchivesByTheirNamesWhereTheyAreNotMarked) {
+    const auto line = [](const std::string& day) { return "2026-11-" + day + " 00:00:00.000 [Info] > " + day + "\n"; };
+    writeFile(path, line("22"));
+    writeFile(folder / "app_2026-11-21_000000.log", line("20"));
+    writeFile(folder / "app_2026-11-22_000000.log", line("21"));
+    writeFile(folder / "app_backup.log", line("19"));
+    EXPECT_EQ(run({"show", "--archives", path}).output, line("20") + line("21") + line("22"));
+    EXPECT_EQ(run({"purge", folder.path().string()}), (Result{1, "", ""})) << "but never removes them";
+    EXPECT_THAT(namesIn(folder.path()), SizeIs(5));
+}
+
+}  // namespace
+}  // namespace velora::test
