@@ -23,7 +23,7 @@ compadd() {
     fi
     local -a matches
     builtin compadd -O matches "$@"
-    print -rl -- $matches >>$OFFERED
+    (($#matches)) && print -rl -- $matches >>$OFFERED
     builtin compadd "$@"
 }
 finish() { exit 0 }
