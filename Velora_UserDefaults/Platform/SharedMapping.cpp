@@ -13,6 +13,8 @@ namespace velora {
 
 namespace {
 
+constexpr mode_t forTheUserAlone = 0600;
+
 /// Closes a descriptor unless it was released.
 class OwnedDescriptor {
 public:
@@ -40,17 +42,30 @@ bool beginsWith(int descriptor, std::string_view mark) {
     return size >= 0 && (begin.find_first_not_of('\0') == std::string::npos || begin == mark);
 }
 
+/// Whether the file is one of this kind and nobody else's, and is open to nobody else from now on: 0, else an error
+/// number.
+int makeOwn(int descriptor, const struct stat& status, std::string_view mark) {
+    if (!S_ISREG(status.st_mode)) {
+        return EINVAL;
+    }
+    if (status.st_uid != ::geteuid()) {
+        return EPERM;
+    }
+    if (!beginsWith(descriptor, mark)) {
+        return EEXIST;
+    }
+    const bool isOpenToOthers = (status.st_mode & ~S_IFMT) != forTheUserAlone;
+    return isOpenToOthers && ::fchmod(descriptor, forTheUserAlone) != 0 ? errno : 0;
+}
+
 /// Has the file take at least `size` bytes of the disk. Returns 0 and how many it has, or an error number.
 int lengthen(int descriptor, std::string_view mark, std::size_t& size) {
     struct stat status {};
     if (::fstat(descriptor, &status) != 0) {
         return errno;
     }
-    if (!S_ISREG(status.st_mode)) {
-        return EINVAL;
-    }
-    if (!beginsWith(descriptor, mark)) {
-        return EEXIST;
+    if (const int code = makeOwn(descriptor, status, mark); code != 0) {
+        return code;
     }
     size = std::max(size, static_cast<std::size_t>(status.st_size));
     return ::posix_fallocate(descriptor, 0, static_cast<off_t>(size));
@@ -64,7 +79,6 @@ FileResult<std::unique_ptr<SharedMapping>> SharedMapping::open(const std::string
     if (!canNameFile(path)) {
         return FileError::make(EINVAL, path, couldNot);
     }
-    constexpr mode_t forTheUserAlone = 0600;
     // O_NONBLOCK keeps open from waiting for the other end of a pipe, which is refused below.
     OwnedDescriptor descriptor(
         ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NOFOLLOW | O_NONBLOCK, forTheUserAlone));

@@ -103,9 +103,12 @@ public:
     /// `target` is made for the user alone (0600), stays when the destination goes, and serves one destination of one
     /// process at a time. `capacity` is how many bytes may wait there; a log call that finds it full writes
     /// what waits. With a queue, filters and formatters run on the logging thread then, and the queue only writes.
+    /// Keep it where nothing truncates it, as programs do that rotate all files of a folder: that ends the process
+    /// (SIGBUS), as with any mapped file.
     ///
-    /// Fails, and lines wait in memory, if `target` is no target, in use (EWOULDBLOCK), some other file (EEXIST) or
-    /// cannot be made or mapped. To be set before logging. In a forked child lines wait in memory.
+    /// Fails, and lines wait in memory, if `target` is no target, in use (EWOULDBLOCK), another user's (EPERM), some
+    /// other file (EEXIST) or cannot be made or mapped. To be set before logging. In a forked child lines wait in
+    /// memory: a daemon sets it when it has forked.
     FileResult<void> setPendingLinesFile(const std::optional<FileTarget>& target, std::size_t capacity = 1'048'576);
 
     /// Setting an owner opens the file, taking it away closes it.

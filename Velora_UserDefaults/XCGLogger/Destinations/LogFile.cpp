@@ -1,6 +1,8 @@
 #include <chrono>
 #include <ctime>
+#include <fstream>
 #include <mutex>
+#include <string>
 #include <utility>
 
 #include <Velora_UserDefaults/Platform/ForkHandlers.h>
@@ -22,6 +24,15 @@ Date roughDate() {
     return Date(std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec));
 }
 
+/// Whether the file at `path` has something behind its last line feed.
+bool endsInsideALine(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    char last = '\n';
+    file.seekg(-1, std::ios::end);
+    file.get(last);
+    return last != '\n';
+}
+
 }  // namespace
 
 void LogFile::open(FileHandle handle) {
@@ -29,7 +40,7 @@ void LogFile::open(FileHandle handle) {
         writePending();
     }
     handle_ = std::move(handle);
-    endsInsideALine_ = false;
+    endsInsideALine_ = !pending_.empty() && endsInsideALine(handle_.path());
     look();
 }
 

@@ -28,7 +28,8 @@ public:
     RecursiveLock lock;
 
     bool isOpen() const noexcept { return handle_.isOpen(); }
-    /// Goes on with `handle`. What is pending is written to the file it was meant for, if that is open.
+    /// Goes on with `handle`. What is pending is written to the file it was meant for, if that is open. What is pending
+    /// then, from an earlier process, begins a line of the new one, whatever that ends with.
     void open(FileHandle handle);
     /// Writes what is pending, brings it to the disk and closes the file.
     void close();

@@ -52,9 +52,8 @@ std::optional<std::string> findFile(const std::string& path, const FileIdentity&
     return std::nullopt;
 }
 
-/// What the file at `path` holds from `position` on, as far as somebody may want to know.
-std::string contentsFrom(const std::string& path, std::uint64_t position) {
-    constexpr std::size_t most = 16'777'216;
+/// What the file at `path` holds from `position` on, `most` bytes of it at most.
+std::string contentsFrom(const std::string& path, std::uint64_t position, std::size_t most) {
     std::ifstream file(path, std::ios::binary);
     file.seekg(static_cast<std::streamoff>(position));
     std::string contents(most, '\0');
@@ -94,14 +93,20 @@ std::size_t sizeWritten(std::string_view text, std::string_view log) {
 struct PendingLines::Header {
     /// What kind of file this is.
     std::array<char, mark.size()> kind;
-    /// What is pending, as a part of the text.
-    std::atomic<std::uint64_t> begin;
+    /// What is pending, as a part of the text: twice where it begins, and one more while it is being written; and
+    /// where it ends.
+    std::atomic<std::uint64_t> beginAndState;
     std::atomic<std::uint64_t> end;
-    /// Whether that is being written, and where: to which file, and how long that was before.
-    std::atomic<std::uint64_t> isBeingWritten;
+    /// Where it is being written: to which file, and how long that was before.
     std::atomic<std::uint64_t> device;
     std::atomic<std::uint64_t> inode;
     std::atomic<std::uint64_t> length;
+
+    std::uint64_t begin() const noexcept { return beginAndState.load(std::memory_order_relaxed) / 2; }
+    bool isBeingWritten() const noexcept { return beginAndState.load(std::memory_order_relaxed) % 2 != 0; }
+    void setBegin(std::uint64_t begin, bool isBeingWritten) noexcept {
+        beginAndState.store(2 * begin + (isBeingWritten ? 1 : 0), std::memory_order_release);
+    }
 };
 
 PendingLines::Header& PendingLines::header() const noexcept {
@@ -118,7 +123,7 @@ std::size_t PendingLines::capacity() const noexcept {
 }
 
 std::string_view PendingLines::mappedText() const noexcept {
-    const std::size_t begin = header().begin.load(std::memory_order_relaxed);
+    const std::size_t begin = header().begin();
     return {data() + begin, header().end.load(std::memory_order_relaxed) - begin};
 }
 
@@ -140,12 +145,12 @@ void PendingLines::noteWriting(const FileHandle& handle, std::size_t size) noexc
         return;
     }
     Header& header = this->header();
-    header.isBeingWritten.store(0, std::memory_order_release);
-    header.begin.store(header.end.load(std::memory_order_relaxed) - size, std::memory_order_release);
+    const std::uint64_t begin = header.end.load(std::memory_order_relaxed) - size;
+    header.setBegin(begin, false);
     header.device.store(status.st_dev, std::memory_order_release);
     header.inode.store(status.st_ino, std::memory_order_release);
     header.length.store(static_cast<std::uint64_t>(status.st_size), std::memory_order_release);
-    header.isBeingWritten.store(1, std::memory_order_release);
+    header.setBegin(begin, true);
 }
 
 void PendingLines::clear() {
@@ -153,8 +158,7 @@ void PendingLines::clear() {
         Header& header = this->header();
         // Nothing is pending once the end is 0, whatever the beginning.
         header.end.store(0, std::memory_order_release);
-        header.begin.store(0, std::memory_order_release);
-        header.isBeingWritten.store(0, std::memory_order_release);
+        header.setBegin(0, false);
         return;
     }
     constexpr std::size_t keptCapacity = 262'144;
@@ -187,7 +191,7 @@ void PendingLines::moveToMemory() {
 /// Takes over what another process left.
 void PendingLines::recover(const std::string& logPath) {
     Header& header = this->header();
-    const std::size_t begin = header.begin;
+    const std::size_t begin = header.begin();
     const std::size_t end = header.end;
     // Only whole lines: after a failure of the machine there may be anything.
     const std::size_t usable = begin < end && end <= capacity() ? std::string_view(data(), end).rfind('\n') + 1 : 0;
@@ -196,18 +200,20 @@ void PendingLines::recover(const std::string& logPath) {
         return;
     }
     header.end = usable;
-    if (header.isBeingWritten != 0) {
-        if (const auto log = findFile(logPath, {.device = header.device, .inode = header.inode})) {
-            header.begin = begin + sizeInLog(*log);
-        }
-        header.isBeingWritten = 0;
+    if (header.isBeingWritten()) {
+        const auto log = findFile(logPath, {.device = header.device, .inode = header.inode});
+        // With one instruction: this process may be killed, too.
+        header.setBegin(begin + (log ? sizeInLog(*log) : 0), false);
     }
 }
 
 /// How much of what is pending is in the file at `path`, to which it was being written. Ends with a line.
 std::size_t PendingLines::sizeInLog(const std::string& path) const {
+    // Other processes may have written between.
+    constexpr std::size_t usualSizeOfOthers = 16'777'216;
     const std::string_view text = mappedText();
-    const std::size_t written = sizeWritten(text, contentsFrom(path, header().length));
+    const std::size_t written =
+        sizeWritten(text, contentsFrom(path, header().length, text.size() + usualSizeOfOthers));
     if (written == 0 || text[written - 1] == '\n') {
         return written;
     }

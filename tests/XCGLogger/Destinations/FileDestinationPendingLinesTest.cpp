@@ -256,6 +256,21 @@ TEST_F(FileDestinationPendingLinesTest, CompletesALineInWhichTheProcessWasKilled
     EXPECT_EQ(logged(path_), expected);
 }
 
+TEST_F(FileDestinationPendingLinesTest, BeginsALineOfALogThatEndsInsideOne) {
+    inAKilledProcess([&] {
+        const auto queue = DispatchQueue::make("lines");
+        const OneFile one(makeFile(queue));
+        queue->drain();
+        const Gate gate(*queue);
+        one.log->info("line 1");
+        // As a disk that is full now leaves it.
+        std::ofstream(path_, std::ios::app) << "> line 0 and a pa";
+        ::raise(SIGKILL);
+    });
+    { const OneFile one(makeFile(nullptr)); }
+    EXPECT_THAT(logged(path_), ElementsAre("> line 0 and a pa", "> line 1"));
+}
+
 TEST_F(FileDestinationPendingLinesTest, LeavesItsLinesToTheParentInAForkedChild) {
     const auto queue = DispatchQueue::make("lines");
     const OneFile one(makeFile(queue));
@@ -314,8 +329,8 @@ protected:
                 std::this_thread::yield();
             }
             std::this_thread::sleep_for(std::chrono::microseconds(microseconds(random)));
-            ::kill(child, SIGKILL);
-            ::waitpid(child, nullptr, 0);
+            kill(child);
+            killWhileItRecovers(makeFile, std::chrono::microseconds(microseconds(random) / 10));
             { const OneFile next(makeFile()); }
             check(returned);
             if (HasFatalFailure()) {
@@ -326,6 +341,24 @@ protected:
     }
 
 private:
+    static void kill(pid_t child) {
+        ::kill(child, SIGKILL);
+        ::waitpid(child, nullptr, 0);
+    }
+
+    /// The next process, too, is killed: before, while or just after it writes what the first one left.
+    static void killWhileItRecovers(const MakeFile& makeFile, std::chrono::microseconds after) {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            const OneFile next(makeFile());
+            while (true) {
+                ::pause();
+            }
+        }
+        std::this_thread::sleep_for(after);
+        kill(child);
+    }
+
     [[noreturn]] static void logUntilKilled(const std::shared_ptr<FileDestination>& file, Returned& returned) {
         const OneFile one(file);
         std::vector<std::thread> threads;

@@ -115,6 +115,24 @@ TEST_F(PendingLinesTest, AreCompletedWhereTheyWereCutOff) {
     }
 }
 
+TEST_F(PendingLinesTest, AreComparedWithTheLogHoweverManyTheyAre) {
+    constexpr std::size_t room = 50'000'000;
+    {
+        PendingLines lines;
+        ASSERT_TRUE(lines.moveTo(path_, room, log_));
+        for (int number = 0; number < 20; ++number) {
+            ASSERT_TRUE(lines.append(std::to_string(number) + std::string(2'000'000, 'x')));
+        }
+        auto handle = FileHandle::openForWriting(log_);
+        ASSERT_TRUE(handle);
+        lines.willWrite(*handle, lines.size());
+        ASSERT_TRUE(handle->write(lines.text()));
+    }
+    const auto sizeBefore = std::filesystem::file_size(log_);
+    EXPECT_EQ(recovered().size(), 0U);
+    EXPECT_EQ(std::filesystem::file_size(log_), sizeBefore);
+}
+
 TEST_F(PendingLinesTest, AreFoundInALogThatWasRenamed) {
     crash(6);
     std::filesystem::rename(log_, folder_ / "app.log.1");
