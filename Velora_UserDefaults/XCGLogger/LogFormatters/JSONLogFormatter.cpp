@@ -8,6 +8,7 @@
 #include <Velora_UserDefaults/Platform/Text.h>
 #include <Velora_UserDefaults/Platform/TypeName.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/BaseDestination.h>
+#include <Velora_UserDefaults/XCGLogger/Destinations/FileDestination.h>
 #include <Velora_UserDefaults/XCGLogger/InternalUserInfo.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/JSONLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/JSONText.h>
@@ -110,6 +111,9 @@ void JSONLogFormatter::setUp(BaseDestination& destination) {
     destination.setShowLineNumber(true);
     destination.setShowFunctionName(true);
     destination.setFormatters({{make<JSONLogFormatter>()}});
+    if (auto* const file = dynamic_cast<FileDestination*>(&destination)) {
+        file->setAppendMarker(std::nullopt);
+    }
 }
 
 const std::string& JSONLogFormatter::format(LogDetails& logDetails, std::string& message) {

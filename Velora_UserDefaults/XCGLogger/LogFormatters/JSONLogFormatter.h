@@ -13,8 +13,8 @@ class BaseDestination;
 /// Replaces each line by a JSON object (RFC 8259) on one line, for programs that collect logs and should need no
 /// rules to take a line apart.
 ///
-///     log->add(file);
 ///     JSONLogFormatter::setUp(*file);
+///     log->add(file);
 ///     log->warning(Tag("net") | UserInfo{{"port", 5900}}, "no route");
 ///
 /// writes, here broken for reading,
@@ -45,7 +45,8 @@ public:
     explicit JSONLogFormatter(Making key);
     ~JSONLogFormatter() override;
 
-    /// Shows all columns of `destination` and makes a new formatter its only one. Before logging starts.
+    /// Shows all columns of `destination` and makes a new formatter its only one. A file destination gets no append
+    /// marker, which formatters do not see. Before logging starts, and for a file before `add`, which opens it.
     static void setUp(BaseDestination& destination);
 
     /// Replaces `message` by the JSON object.

@@ -189,6 +189,17 @@ TEST_F(JSONLogFile, IsReadByAnotherProgramLineForLine) {
                 ElementsAre("JSONLogFormatterTest.cpp", "TestBody", "number"));
 }
 
+TEST_F(JSONLogFile, HasNothingButJSONAlsoWhenItIsAppendedTo) {
+    file->setShouldAppend(true);
+    JSONLogFormatter::setUp(*file);
+    for (const char* const run : {"first run", "second run"}) {
+        ASSERT_TRUE(log->add(file));
+        log->info(run);
+        log->remove(file);
+    }
+    EXPECT_THAT(jq("-r 'select(.function) | .message'", path), ElementsAre("first run", "second run"));
+}
+
 TEST_F(JSONLogFile, NamesTheThreadThatLoggedAlsoThroughAQueue) {
     JSONLogFormatter::setUp(*file);
     const auto queue = DispatchQueue::make("json");
