@@ -34,6 +34,17 @@ private:
     int descriptor_;
 };
 
+/// Opens the file at `path`, or makes it, and returns its descriptor; -1 with `errno` set on failure.
+int openWithoutInterruption(const std::string& path) {
+    int descriptor = -1;
+    do {
+        // O_NONBLOCK keeps open from waiting for the other end of a pipe, which is refused later.
+        descriptor =
+            ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NOFOLLOW | O_NONBLOCK, forTheUserAlone);
+    } while (descriptor < 0 && errno == EINTR);
+    return descriptor;
+}
+
 /// Whether the file is empty or begins with `mark`, or with zeros: those of a process that was killed when it had
 /// just made the file.
 bool beginsWith(int descriptor, std::string_view mark) {
@@ -79,9 +90,7 @@ FileResult<std::unique_ptr<SharedMapping>> SharedMapping::open(const std::string
     if (!canNameFile(path)) {
         return FileError::make(EINVAL, path, couldNot);
     }
-    // O_NONBLOCK keeps open from waiting for the other end of a pipe, which is refused below.
-    OwnedDescriptor descriptor(
-        ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NOFOLLOW | O_NONBLOCK, forTheUserAlone));
+    OwnedDescriptor descriptor(openWithoutInterruption(path));
     if (descriptor.get() < 0 || ::flock(descriptor.get(), LOCK_EX | LOCK_NB) != 0) {
         return FileError::make(errno, path, couldNot);
     }

@@ -31,7 +31,10 @@ constexpr std::int64_t untilTheNextLook = 2;
 
 class FailingCalls : public testing::TestWithParam<Mode> {
 protected:
-    FailingCalls() { FaultyCalls::below(folder_.path()); }
+    FailingCalls() {
+        FaultyCalls::below(folder_.path());
+        file_.keepPending();
+    }
 
     std::string reportOfWriting(int code) const {
         return "Objective-C Exception occurred: The file “" + path_ + "” couldn’t be written: " + std::strerror(code);
@@ -157,6 +160,13 @@ TEST_P(FailingCalls, AnInterruptedOpeningIsTriedAgain) {
     EXPECT_THAT(file_.errors(), IsEmpty());
     file_.logAndSettle(0, 5);
     EXPECT_EQ(file_.found().numbers, numbersFrom(0, 5));
+}
+
+TEST_P(FailingCalls, AnInterruptedOpeningOfTheFileForPendingLinesIsTriedAgain) {
+    FaultyCalls::fail(Call::open, {.code = EINTR, .times = 3});
+    const auto kept = file_.file().setPendingLinesFile(folder_ / "pending");
+    EXPECT_TRUE(kept) << kept.error().description;
+    EXPECT_EQ(FaultyCalls::failures(Call::open), 3);
 }
 
 TEST_P(FailingCalls, AFileThatCannotBeOpenedIsReportedOnceAndOpenedWhenThatIsPossible) {
@@ -298,6 +308,9 @@ TEST_P(FailingCalls, AnArchiveThatCannotBeMarkedIsReportedAndKept) {
 FoundLines everythingIn(const std::filesystem::path& folder) {
     FoundLines all;
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        if (entry.path().extension() == ".pending") {
+            continue;
+        }
         all.append(linesOf(readFile(entry.path())));
     }
     std::ranges::sort(all.numbers);

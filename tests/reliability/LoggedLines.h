@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +12,7 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -35,25 +37,38 @@ struct Mode {
     std::size_t bufferCapacity = 0;
     /// Characters after which the file is rotated; 0 for a destination that does not rotate by itself.
     std::uint64_t maxFileSize = 0;
+    /// Whether the lines that wait do so in a file.
+    bool keepsPendingInFile = false;
 };
 
 inline constexpr std::size_t bufferOfTests = 4'096;
+
+inline constexpr std::size_t roomForPendingOfTests = 32'768;
 
 inline constexpr std::array notRotatingModes{
     Mode{.name = "Plain"},
     Mode{.name = "Queue", .hasQueue = true},
     Mode{.name = "Buffer", .bufferCapacity = bufferOfTests},
     Mode{.name = "QueueAndBuffer", .hasQueue = true, .bufferCapacity = bufferOfTests},
+    Mode{.name = "QueueWithAFile", .hasQueue = true, .keepsPendingInFile = true},
+    Mode{.name = "BufferWithAFile", .bufferCapacity = bufferOfTests, .keepsPendingInFile = true},
 };
 inline constexpr std::array rotatingModes{
     Mode{.name = "Rotating", .maxFileSize = 4'000},
     Mode{.name = "RotatingOnAQueue", .hasQueue = true, .maxFileSize = 4'000},
     Mode{.name = "RotatingWithABuffer", .bufferCapacity = bufferOfTests, .maxFileSize = 4'000},
+    Mode{.name = "RotatingOnAQueueWithAFile", .hasQueue = true, .maxFileSize = 4'000, .keepsPendingInFile = true},
 };
-inline constexpr std::array allModes{
-    notRotatingModes[0], notRotatingModes[1], notRotatingModes[2], notRotatingModes[3],
-    rotatingModes[0],    rotatingModes[1],    rotatingModes[2],
-};
+inline constexpr std::array allModes = [] {
+    std::array<Mode, notRotatingModes.size() + rotatingModes.size()> all{};
+    std::ranges::copy(rotatingModes, std::ranges::copy(notRotatingModes, all.begin()).out);
+    return all;
+}();
+
+/// Whether the end of the process costs the lines that wait.
+inline bool losesWhatWaits(const Mode& mode) {
+    return (mode.hasQueue || mode.bufferCapacity > 0) && !mode.keepsPendingInFile;
+}
 
 inline void PrintTo(const Mode& mode, std::ostream* stream) {
     *stream << mode.name;
@@ -141,11 +156,44 @@ public:
         if (mode.bufferCapacity > 0) {
             file_->setWriteBufferCapacity(mode.bufferCapacity);
         }
+        if (mode.keepsPendingInFile) {
+            pendingPath_ = path + ".pending";
+        }
     }
 
+    /// Has lines that wait in a file do so elsewhere than beside the log.
+    void keepPendingIn(const std::string& folder) {
+        if (!pendingPath_.empty()) {
+            pendingPath_ = folder + "/pending";
+        }
+    }
+
+    /// Has lines wait in a file from now on, if that is the mode. A process that is ending may still have it.
+    void keepPending() {
+        if (pendingPath_.empty() || std::exchange(isPendingKept_, true)) {
+            return;
+        }
+        auto kept = file_->setPendingLinesFile(pendingPath_, roomForPendingOfTests);
+        for (int tries = 0; tries < 1'000 && !kept && kept.error().code == EWOULDBLOCK; ++tries) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            kept = file_->setPendingLinesFile(pendingPath_, roomForPendingOfTests);
+        }
+        EXPECT_TRUE(kept) << kept.error().description;
+    }
     /// Has the logger open the file.
-    void open() { logger_.log->add(file_); }
+    void open() {
+        keepPending();
+        logger_.log->add(file_);
+    }
     void close() { logger_.log->remove(file_); }
+    /// Writes to the log what a process that has ended left in a file, if this mode has one.
+    void recover() {
+        if (!pendingPath_.empty()) {
+            open();
+            settle();
+            close();
+        }
+    }
 
     /// Logs the numbered lines from `first` to `last`, without `last`.
     void log(int first, int last) {
@@ -208,6 +256,8 @@ public:
 
 private:
     std::string path_;
+    std::string pendingPath_;
+    bool isPendingKept_ = false;
     RecordedLogger<> logger_{"app"};
     std::shared_ptr<FileDestination> file_;
 };

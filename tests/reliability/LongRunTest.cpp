@@ -2,6 +2,7 @@
 //
 // VELORA_LONG_RUN_SECONDS says for how long; 10 if it is not set.
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -96,6 +97,9 @@ public:
             file_->setLogQueue(DispatchQueue::make(name_));
         }
         file_->setWriteBufferCapacity(mode.bufferCapacity);
+        if (mode.keepsPendingInFile) {
+            EXPECT_TRUE(file_->setPendingLinesFile(folder_ / "pending"));
+        }
         rotatesItself_ = mode.maxFileSize > 0;
     }
 
@@ -150,6 +154,12 @@ struct Use {
     }
 };
 
+double median(std::vector<double>::iterator begin, std::vector<double>::iterator end) {
+    std::vector<double> values(begin, end);
+    std::ranges::sort(values);
+    return values.at(values.size() / 2);
+}
+
 class LongRun : public testing::Test {
 protected:
     LongRun() {
@@ -157,7 +167,8 @@ protected:
         for (const Mode& mode :
              {Mode{.name = "Plain"}, Mode{.name = "Queue", .hasQueue = true},
               Mode{.name = "Buffer", .bufferCapacity = 65'536}, Mode{.name = "Rotating", .maxFileSize = 300'000},
-              Mode{.name = "RotatingOnAQueue", .hasQueue = true, .maxFileSize = 300'000}}) {
+              Mode{.name = "RotatingOnAQueue", .hasQueue = true, .maxFileSize = 300'000},
+              Mode{.name = "QueueWithAFile", .hasQueue = true, .keepsPendingInFile = true}}) {
             files_.push_back(std::make_unique<LoadedFile>(mode, folder_.path()));
             log_.log->add(files_.back()->destination());
         }
@@ -268,9 +279,10 @@ TEST_F(LongRun, LosesNoLineAndGrowsInNothing) {
     // Generous: only what goes on growing is meant to be found.
     EXPECT_LE(uses.back().descriptors, uses.at(1).descriptors + 3);
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-    EXPECT_LE(uses.back().megabytes, uses.at(1).megabytes * 1.5 + 20);
+    EXPECT_LE(uses.back().megabytes, uses.at(1).megabytes + 20);
 #endif
-    EXPECT_GE(rates.back(), rates.front() / 10);
+    // Of each half, since the disk may be busy with something else for a while.
+    EXPECT_GE(median(rates.begin() + reports / 2, rates.end()), median(rates.begin(), rates.begin() + reports / 2) / 3);
 }
 
 }  // namespace

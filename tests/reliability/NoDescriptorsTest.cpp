@@ -81,6 +81,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(InEachMode, NoDescriptorsTest, testing::ValuesIn(allModes), nameOf);
 
 TEST_P(NoDescriptorsTest, OpeningIsReportedAndDoneWhenThereAreSomeAgain) {
+    file_.keepPending();
     {
         const NoDescriptors shortage;
         file_.open();

@@ -193,13 +193,19 @@ class EndOfAProcess : public testing::TestWithParam<Mode> {
 protected:
     /// Has a process end in a way, and returns the lines it left in its file.
     FoundLines linesOfProcess(const std::string& way) {
-        ::setenv("VELORA_TEST_MODE", GetParam().name, 1);
-        EXPECT_EQ(statusOfProcess("AProcess.DISABLED_" + way, path_), 0);
+        run(way);
         return linesThere();
     }
-    FoundLines linesThere() const { return LoggedFile(mode(), path_).found(); }
+    void run(const std::string& way) const {
+        ::setenv("VELORA_TEST_MODE", GetParam().name, 1);
+        EXPECT_EQ(statusOfProcess("AProcess.DISABLED_" + way, path_), 0);
+    }
+    FoundLines linesThere() const {
+        LoggedFile file(mode(), path_);
+        file.recover();
+        return file.found();
+    }
     static Mode mode() { return GetParam(); }
-    static bool holdsBack() { return GetParam().hasQueue || GetParam().bufferCapacity > 0; }
 
     /// Waits until a daemon has left its sign, for at most two minutes.
     bool waitForTheEnd() const {
@@ -246,7 +252,7 @@ TEST_P(EndOfAProcess, WithoutExitHandlersLosesOnlyWhatWasHeldBack) {
         EXPECT_EQ(found.numbers, numbersFrom(0, there)) << way;
         // The thread of a queue may be in the middle of a write.
         EXPECT_LE(found.torn.size(), GetParam().hasQueue ? 1U : 0U) << way;
-        if (!holdsBack()) {
+        if (!losesWhatWaits(GetParam())) {
             EXPECT_EQ(there, lines) << way;
         }
         for (const auto& entry : std::filesystem::directory_iterator(folder_.path())) {
@@ -295,7 +301,7 @@ TEST_P(ForkedChildren, LoseAndDoubleNothing) {
 }
 
 TEST_P(EndOfAProcess, ThatBecameADaemonLosesNothing) {
-    linesOfProcess("ThatBecomesADaemonAndThenLogs");
+    run("ThatBecomesADaemonAndThenLogs");
     ASSERT_TRUE(waitForTheEnd());
     EXPECT_EQ(linesThere().numbers, numbersFrom(0, lines));
     EXPECT_THAT(linesThere().torn, IsEmpty());
@@ -305,7 +311,7 @@ TEST_P(EndOfAProcess, ThatBecameADaemonAfterItLoggedLosesNothing) {
 #if defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "ThreadSanitizer does not support starting threads in a forked child of a process with threads";
 #endif
-    linesOfProcess("ThatLogsAndBecomesADaemon");
+    run("ThatLogsAndBecomesADaemon");
     ASSERT_TRUE(waitForTheEnd());
     EXPECT_EQ(linesThere().numbers, numbersFrom(0, 2 * lines));
     EXPECT_THAT(linesThere().torn, IsEmpty());

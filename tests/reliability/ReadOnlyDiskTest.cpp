@@ -41,7 +41,9 @@ TEST_P(ReadOnlyDisk, CannotBecomeReadOnlyWhileAFileIsLoggedTo) {
 }
 
 TEST_P(ReadOnlyDisk, IsReportedWhenAFileIsOpenedAndWrittenToOnceItIsWritable) {
+    const TemporaryFolder writable;
     LoggedFile file(GetParam(), disk_ / "app.log");
+    file.keepPendingIn(writable.path());
     file.open();
     file.logAndSettle(0, 5);
     file.close();
