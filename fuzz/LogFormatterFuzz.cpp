@@ -1,11 +1,13 @@
 // The formatters of lines. A digit is the level; then follow a line each for the text before, the text after, a custom
-// code and a colour, eight bytes each for two colours as numbers, and the message. Taking the codes off again must give
-// the message back.
+// code and a colour, eight bytes each for two colours as numbers, and the message. Taking the codes off again, undoing
+// the escapes and reading the JSON must give the message back.
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,6 +17,8 @@
 #include <Velora_UserDefaults/Platform/Text.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/ANSIColorLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/Base64LogFormatter.h>
+#include <Velora_UserDefaults/XCGLogger/LogFormatters/EscapingLogFormatter.h>
+#include <Velora_UserDefaults/XCGLogger/LogFormatters/JSONLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/PrePostFixLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/XcodeColorsLogFormatter.h>
 
@@ -151,6 +155,64 @@ void checkXcode(const Line& line, const std::string& colorText, std::uint64_t wo
     }
 }
 
+/// The text that an escaped line stands for; the line must be one.
+std::string unescaped(std::string_view line) {
+    std::string text;
+    while (!line.empty()) {
+        const std::size_t plain = std::min(line.find('\\'), line.size());
+        text += line.substr(0, plain);
+        line.remove_prefix(plain);
+        if (line.empty()) {
+            break;
+        }
+        require(line.size() > 1, "a backslash is followed by something");
+        const char kind = line[1];
+        line.remove_prefix(2);
+        const std::string_view letters = "\\nrt";
+        if (const std::size_t letter = letters.find(kind); letter != std::string_view::npos) {
+            text += "\\\n\r\t"[letter];
+            continue;
+        }
+        require(kind == 'x' || (kind == 'u' && line.starts_with('{')), "an escape is one of those promised");
+        const std::string digits(kind == 'x' ? line.substr(0, 2) : line.substr(1, line.find('}') - 1));
+        line.remove_prefix(digits.size() + (kind == 'x' ? 0 : 2));
+        const auto number = static_cast<char32_t>(std::stoul(digits, nullptr, 16));
+        if (kind == 'x') {
+            text += static_cast<char>(number);
+        } else if (number < 0x800) {
+            text += {static_cast<char>(0xC0 | number >> 6U), static_cast<char>(0x80 | (number & 0x3F))};
+        } else {
+            text += {static_cast<char>(0xE0 | number >> 12U), static_cast<char>(0x80 | (number >> 6U & 0x3F)),
+                     static_cast<char>(0x80 | (number & 0x3F))};
+        }
+    }
+    return text;
+}
+
+bool hasControls(std::string_view text) {
+    return std::ranges::any_of(text, [](char each) {
+        const auto byte = static_cast<unsigned char>(each);
+        return byte < ' ' || byte == 0x7F;
+    });
+}
+
+void checkEscaping(const Line& line) {
+    const std::string text = formatted(*make<EscapingLogFormatter>(), line);
+    require(isValidUTF8(text) && !hasControls(text), "an escaped line is text of one line");
+    requireEqual(unescaped(text), line.message, "a line from its escapes");
+}
+
+void checkJSON(const Line& line) {
+    const std::string text = formatted(*make<JSONLogFormatter>(), line);
+    require(isValidUTF8(text) && !hasControls(text), "an object is text of one line");
+    const auto object = nlohmann::json::parse(text, nullptr, /*allow_exceptions=*/false);
+    require(object.is_object(), "a line of JSON is an object");
+    if (isValidUTF8(line.message)) {
+        requireEqual(object["message"].get<std::string>(), line.message, "a message from its JSON");
+    }
+    requireEqual(object["level"].get<std::string>(), description(line.level), "a level from its JSON");
+}
+
 }  // namespace
 }  // namespace velora::test
 
@@ -168,5 +230,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     velora::test::checkSurrounding(line, before, after, velora::Levels::allCases.at(with % 10));
     velora::test::checkANSI(line, custom, with, on);
     velora::test::checkXcode(line, color, on);
+    velora::test::checkEscaping(line);
+    velora::test::checkJSON(line);
     return 0;
 }

@@ -65,7 +65,7 @@ int makeOwn(int descriptor, const struct stat& status, std::string_view mark) {
     if (!beginsWith(descriptor, mark)) {
         return EEXIST;
     }
-    const bool isOpenToOthers = (status.st_mode & ~S_IFMT) != forTheUserAlone;
+    const bool isOpenToOthers = (status.st_mode & 07777U) != forTheUserAlone;
     return isOpenToOthers && ::fchmod(descriptor, forTheUserAlone) != 0 ? errno : 0;
 }
 
