@@ -8,9 +8,11 @@ include(CMakePackageConfigHelpers)
 # one of them.
 set(VELORA_INTERNAL_HEADERS
     "Platform/DefaultsStore.+"
+    Platform/Descriptor
     "Platform/DispatchQueue.+"
     Platform/ExceptionGuard
     Platform/ExtendedAttributes
+    Platform/FileContents
     Platform/FileMove
     Platform/ForkHandlers
     Platform/OwnFolder

@@ -162,6 +162,7 @@ protected:
     /// Does everything that opens something.
     void useEverything() {
         logger_.log->add(file_);
+        leaveLinesAndRecover();
         logger_.log->add(make<ConsoleDestination>(nullptr, "console"));
         if (hasSystemLog_) {
             logger_.log->add(make<AppleSystemLogDestination>(nullptr, "system"));
@@ -183,6 +184,30 @@ protected:
         EXPECT_FALSE(FileManager::downloadsFolders().empty());
         ::unsetenv("HOME");
         static_cast<void>(FileManager::homeFolder());
+    }
+
+    /// Has a killed process leave a line that waits, and writes it, to a log that ends inside a line.
+    void leaveLinesAndRecover() {
+        const std::string path = folder_ / "kept.log";
+        const auto file = make<FileDestination>(nullptr, path, "kept", /*shouldAppend=*/true);
+        file->setWriteBufferCapacity(10'000);
+        const pid_t child = ::fork();
+        if (child == 0) {
+            static_cast<void>(file->setPendingLinesFile(folder_ / "pending"));
+            logger_.log->add(file);
+            logger_.log->info("left");
+            ::raise(SIGKILL);
+        }
+        ::waitpid(child, nullptr, 0);
+        faults().areWatched = false;
+        writeFile(path, "inside a line");
+        faults().areWatched = true;
+        EXPECT_TRUE(file->setPendingLinesFile(folder_ / "pending"));
+        logger_.log->add(file);
+        logger_.log->remove(file);
+        faults().areWatched = false;
+        EXPECT_NE(readFile(path).find("left\n"), std::string::npos);
+        faults().areWatched = true;
     }
 
     std::vector<std::string> faultsOfEverything() {

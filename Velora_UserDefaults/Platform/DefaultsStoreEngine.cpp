@@ -105,7 +105,7 @@ private:
     }
 
     DefaultsStoreEngine& engine_;
-    DefaultsStoreDescriptor file_;
+    Descriptor file_;
     bool held_ = false;
 };
 
@@ -203,7 +203,7 @@ void DefaultsStoreEngine::lookAtCounter() {
         return;
     }
     // If somebody holds the lock, a write is going on that will complete the change or, when it died, free the lock.
-    if (const DefaultsStoreDescriptor lock = tryLock()) {
+    if (const Descriptor lock = tryLock()) {
         if (!usable) {
             generation_.make();
         }
@@ -211,8 +211,8 @@ void DefaultsStoreEngine::lookAtCounter() {
     }
 }
 
-DefaultsStoreDescriptor DefaultsStoreEngine::tryLock() {
-    DefaultsStoreDescriptor file = openBesideStore(lockPath_, O_RDWR | O_CREAT);
+Descriptor DefaultsStoreEngine::tryLock() {
+    Descriptor file = openBesideStore(lockPath_, O_RDWR | O_CREAT);
     if (file && (::flock(file.get(), LOCK_EX | LOCK_NB) != 0 || !isStillAt(lockPath_, file.get()))) {
         file.close();
         errno = EWOULDBLOCK;
@@ -277,7 +277,7 @@ std::shared_ptr<const DefaultsStoreContent> DefaultsStoreEngine::contentOf(Defau
 }
 
 void DefaultsStoreEngine::handleDamage(DefaultsStoreContents& contents, const std::string& fault, Reports& reports) {
-    const DefaultsStoreDescriptor lock = tryLock();
+    const Descriptor lock = tryLock();
     if (!lock && errno == EWOULDBLOCK) {
         contents.settled = false;  // a writer is there and will see to it
         return;

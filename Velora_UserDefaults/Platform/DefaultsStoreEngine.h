@@ -76,7 +76,7 @@ private:
     std::shared_ptr<const DefaultsStoreContent> contentOf(DefaultsStoreContents& contents, Reports& reports);
     void handleDamage(DefaultsStoreContents& contents, const std::string& fault, Reports& reports);
     void reportOnce(const DefaultsStoreContents& contents, const std::string& line, Reports& reports);
-    DefaultsStoreDescriptor tryLock();
+    Descriptor tryLock();
 
     // Writing, with writeLock_ held:
     class FileLock;

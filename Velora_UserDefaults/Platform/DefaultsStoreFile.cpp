@@ -37,15 +37,6 @@ std::string folderOf(const std::string& path) {
     return std::filesystem::path(path).parent_path().string();
 }
 
-template <typename Call>
-auto retrying(Call call) {
-    auto result = call();
-    while (result < 0 && errno == EINTR) {
-        result = call();
-    }
-    return result;
-}
-
 bool writeAll(int descriptor, std::string_view bytes) {
     while (!bytes.empty()) {
         const ssize_t written = retrying([&] { return ::write(descriptor, bytes.data(), bytes.size()); });
@@ -124,7 +115,7 @@ bool makeFolder(const std::string& path) {
         return false;
     }
     // A folder that not even its owner may read opens in no other way.
-    const DefaultsStoreDescriptor folder(::open(path.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const Descriptor folder(::open(path.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     struct stat status {};
     if (folder && ::fstat(folder.get(), &status) == 0 && status.st_uid == ::geteuid() &&
         (status.st_mode & folderMode) != folderMode) {
@@ -144,7 +135,7 @@ bool mayBeFollowed(const std::filesystem::path& link) {
            ((folder.st_mode & shared) != shared || named.st_uid == ::geteuid() || named.st_uid == folder.st_uid);
 }
 
-bool writeAndSync(DefaultsStoreDescriptor& file, std::string_view bytes) {
+bool writeAndSync(Descriptor& file, std::string_view bytes) {
     return writeAll(file.get(), bytes) && retrying([&] { return ::fdatasync(file.get()); }) == 0 && file.close();
 }
 
@@ -152,7 +143,7 @@ bool writeNewFile(const std::string& path, std::string_view bytes) {
     if (::unlink(path.c_str()) != 0 && errno != ENOENT) {
         return false;
     }
-    DefaultsStoreDescriptor file = openBesideStore(path, O_WRONLY | O_CREAT | O_EXCL);
+    Descriptor file = openBesideStore(path, O_WRONLY | O_CREAT | O_EXCL);
     return file && writeAndSync(file, bytes);
 }
 
@@ -168,7 +159,7 @@ bool isOpenNowhereElse(int descriptor) {
 /// given it another name. The space of a file that was synced is dear to free and to allocate again; on a journaling
 /// file system that is most of what a write costs.
 bool writeOverFormerFile(const std::string& path, std::string_view bytes) {
-    DefaultsStoreDescriptor file = openBesideStore(path, O_WRONLY);
+    Descriptor file = openBesideStore(path, O_WRONLY);
     struct stat status {};
     if (!file || ::fstat(file.get(), &status) != 0 || status.st_uid != ::geteuid() || status.st_nlink > 1 ||
         !isOpenNowhereElse(file.get())) {
@@ -189,7 +180,7 @@ bool exchangeFiles(const std::string& spare, const std::string& path) {
 }
 
 void syncFolder(const std::string& folder) {
-    const DefaultsStoreDescriptor descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const Descriptor descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (descriptor) {
         // Nothing is to be undone if it fails: every process sees the new file already.
         ::fsync(descriptor.get());
@@ -205,15 +196,6 @@ bool renameToFreeName(const std::string& from, const std::string& to) {
 }
 
 }  // namespace
-
-DefaultsStoreDescriptor::~DefaultsStoreDescriptor() {
-    close();
-}
-
-bool DefaultsStoreDescriptor::close() {
-    const int descriptor = std::exchange(descriptor_, -1);
-    return descriptor < 0 || ::close(descriptor) == 0;
-}
 
 DefaultsStoreIdentity DefaultsStoreIdentity::of(const struct stat& status) {
     return {.device = status.st_dev,
@@ -232,8 +214,7 @@ DefaultsStoreContents DefaultsStoreContents::read(const std::string& path) {
     DefaultsStoreContents contents;
     const std::int64_t before = now();
     // O_NONBLOCK: a named pipe at this path must not hold anybody up.
-    const DefaultsStoreDescriptor file(
-        retrying([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK); }));
+    const Descriptor file(retrying([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK); }));
     if (!file && (errno == ENOENT || errno == ENOTDIR)) {
         return contents;
     }
@@ -298,16 +279,16 @@ bool makeStoreFolder(const std::string& path, std::string& fault) {
     return true;
 }
 
-DefaultsStoreDescriptor openBesideStore(const std::string& path, int flags) {
-    DefaultsStoreDescriptor file(retrying(
+Descriptor openBesideStore(const std::string& path, int flags) {
+    Descriptor file(retrying(
         [&] { return ::open(path.c_str(), flags | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, fileMode); }));
     struct stat status {};
     if (!file || ::fstat(file.get(), &status) != 0) {
-        return DefaultsStoreDescriptor();
+        return Descriptor();
     }
     if (!isOurs(status, path)) {
         errno = EPERM;
-        return DefaultsStoreDescriptor();
+        return Descriptor();
     }
     if ((flags & O_CREAT) != 0) {
         keepToOwner(file.get(), status);
@@ -347,7 +328,7 @@ bool replaceForeignFile(const std::string& path, std::string_view bytes, std::st
         return false;
     }
     std::string written = path + ".XXXXXX";  // a name of its own: in that folder every other file is somebody's
-    DefaultsStoreDescriptor file(::mkostemp(written.data(), O_CLOEXEC));
+    Descriptor file(::mkostemp(written.data(), O_CLOEXEC));
     if (!file) {
         fault = withSystemError("cannot write it");
         return false;

@@ -7,34 +7,14 @@
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
-#include <utility>
+
+#include <Velora_UserDefaults/Platform/Descriptor.h>
 
 /// What the defaults store does with its file, the folder and the lock file: plain system calls, no state. Internal.
 ///
 /// Paths are absolute. Every function may be called from any thread; which ones need the store's lock is said with
 /// them. A function that can fail puts a line without an end into `fault` ("cannot …: No space left on device").
 namespace velora {
-
-/// Owns a descriptor; -1 is none.
-class DefaultsStoreDescriptor {
-public:
-    explicit DefaultsStoreDescriptor(int descriptor = -1) : descriptor_(descriptor) {}
-    DefaultsStoreDescriptor(DefaultsStoreDescriptor&& other) noexcept
-        : descriptor_(std::exchange(other.descriptor_, -1)) {}
-    DefaultsStoreDescriptor& operator=(DefaultsStoreDescriptor&& other) noexcept {
-        std::swap(descriptor_, other.descriptor_);
-        return *this;
-    }
-    ~DefaultsStoreDescriptor();
-
-    explicit operator bool() const { return descriptor_ >= 0; }
-    int get() const { return descriptor_; }
-    /// Closes it now and returns whether the system had nothing against it.
-    bool close();
-
-private:
-    int descriptor_;
-};
 
 /// Which file lies at a path, and in which state, as far as stat(2) tells.
 ///
@@ -87,7 +67,7 @@ bool makeStoreFolder(const std::string& path, std::string& fault);
 /// that others may write to, they may have put one there. With O_CREAT the user's file gets the mode 0600 whatever
 /// the umask and its mode before. A file that is made belongs to the owner of the folder, so that a write by the
 /// superuser does not lock the user out. Sets errno on failure.
-DefaultsStoreDescriptor openBesideStore(const std::string& path, int flags);
+Descriptor openBesideStore(const std::string& path, int flags);
 
 /// Whether `path` still names the file that is open.
 bool isStillAt(const std::string& path, int descriptor);

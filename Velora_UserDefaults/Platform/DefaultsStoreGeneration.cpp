@@ -55,7 +55,7 @@ bool DefaultsStoreGeneration::verify() {
     if (counter_.load(std::memory_order_relaxed) != &notMapped && status.st_dev == device_ && status.st_ino == inode_) {
         return true;
     }
-    const DefaultsStoreDescriptor file = openBesideStore(path_, O_RDONLY);
+    const Descriptor file = openBesideStore(path_, O_RDONLY);
     if (!file || !map(file.get())) {
         unmap();
         return false;
@@ -64,7 +64,7 @@ bool DefaultsStoreGeneration::verify() {
 }
 
 void DefaultsStoreGeneration::make() {
-    DefaultsStoreDescriptor file = openBesideStore(path_, O_RDWR | O_CREAT);
+    Descriptor file = openBesideStore(path_, O_RDWR | O_CREAT);
     if (!file) {
         // Something in the way, or a counter that only somebody else can write: those who mapped it notice soon.
         ::unlink(path_.c_str());
@@ -97,7 +97,7 @@ void DefaultsStoreGeneration::unmap() {
 }
 
 void DefaultsStoreGeneration::heal() {
-    const DefaultsStoreDescriptor file = openBesideStore(path_, O_RDWR);
+    const Descriptor file = openBesideStore(path_, O_RDWR);
     std::uint64_t value = 0;
     if (file && readCounter(file.get(), value) && !isSettled(value)) {
         writeCounter(file.get(), value + 1);

@@ -84,7 +84,7 @@ public:
     void complete();
 
 private:
-    DefaultsStoreDescriptor file_;
+    Descriptor file_;
     std::uint64_t odd_ = 0;
     bool begun_ = false;
 };

@@ -17,7 +17,7 @@ public:
     void wait(std::chrono::milliseconds timeout);
 
 private:
-    DefaultsStoreDescriptor events_;
+    Descriptor events_;
 };
 
 }  // namespace velora

@@ -10,28 +10,12 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <Velora_UserDefaults/Platform/Descriptor.h>
 #include <Velora_UserDefaults/Platform/FileMove.h>
 
 namespace velora {
 
 namespace {
-
-class Descriptor {
-public:
-    explicit Descriptor(int number) : number_(number) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() {
-        if (number_ >= 0) {
-            ::close(number_);
-        }
-    }
-    [[nodiscard]] int number() const { return number_; }
-    [[nodiscard]] bool isOpen() const { return number_ >= 0; }
-
-private:
-    int number_;
-};
 
 std::string folderOf(const std::string& path) {
     const std::string folder = std::filesystem::path(path).parent_path().string();
@@ -140,23 +124,23 @@ int copyFileInto(int from, const struct stat& status, int to) {
 /// Brings the name of a new file to the disk. That some file systems cannot do that for folders is no failure.
 void synchronizeFolder(const std::string& path) {
     const Descriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (folder.isOpen()) {
-        ::fsync(folder.number());
+    if (folder) {
+        ::fsync(folder.get());
     }
 }
 
 int copyFile(const std::string& from, const std::string& to) {
     const Descriptor source(::open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     struct stat status {};
-    if (!source.isOpen() || ::fstat(source.number(), &status) != 0) {
+    if (!source || ::fstat(source.get(), &status) != 0) {
         return errno;
     }
     std::string temporary = temporaryPattern(to);
     const Descriptor target(::mkostemp(temporary.data(), O_CLOEXEC));
-    if (!target.isOpen()) {
+    if (!target) {
         return errno;
     }
-    int code = copyFileInto(source.number(), status, target.number());
+    int code = copyFileInto(source.get(), status, target.get());
     if (code == 0) {
         code = renameWithoutReplacing(temporary, to);
     }
@@ -181,7 +165,7 @@ int copyFolderInto(const std::string& from, const std::string& to) {
     const Descriptor source(::open(from.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
     const Descriptor target(::open(to.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
     struct stat status {};
-    if (!source.isOpen() || !target.isOpen() || ::fstat(source.number(), &status) != 0) {
+    if (!source || !target || ::fstat(source.get(), &status) != 0) {
         return errno;
     }
     std::error_code error;
@@ -192,7 +176,7 @@ int copyFolderInto(const std::string& from, const std::string& to) {
             return code;
         }
     }
-    return error ? error.value() : finishCopy(source.number(), target.number(), status);
+    return error ? error.value() : finishCopy(source.get(), target.get(), status);
 }
 
 int copyFolder(const std::string& from, const std::string& to) {

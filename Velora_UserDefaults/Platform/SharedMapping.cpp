@@ -5,8 +5,8 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <utility>
 
+#include <Velora_UserDefaults/Platform/Descriptor.h>
 #include <Velora_UserDefaults/Platform/SharedMapping.h>
 
 namespace velora {
@@ -14,36 +14,6 @@ namespace velora {
 namespace {
 
 constexpr mode_t forTheUserAlone = 0600;
-
-/// Closes a descriptor unless it was released.
-class OwnedDescriptor {
-public:
-    explicit OwnedDescriptor(int descriptor) : descriptor_(descriptor) {}
-    OwnedDescriptor(const OwnedDescriptor&) = delete;
-    OwnedDescriptor& operator=(const OwnedDescriptor&) = delete;
-    ~OwnedDescriptor() {
-        if (descriptor_ >= 0) {
-            ::close(descriptor_);
-        }
-    }
-
-    int get() const noexcept { return descriptor_; }
-    int release() noexcept { return std::exchange(descriptor_, -1); }
-
-private:
-    int descriptor_;
-};
-
-/// Opens the file at `path`, or makes it, and returns its descriptor; -1 with `errno` set on failure.
-int openWithoutInterruption(const std::string& path) {
-    int descriptor = -1;
-    do {
-        // O_NONBLOCK keeps open from waiting for the other end of a pipe, which is refused later.
-        descriptor =
-            ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NOFOLLOW | O_NONBLOCK, forTheUserAlone);
-    } while (descriptor < 0 && errno == EINTR);
-    return descriptor;
-}
 
 /// Whether the file is empty or begins with `mark`, or with zeros: those of a process that was killed when it had
 /// just made the file.
@@ -90,8 +60,10 @@ FileResult<std::unique_ptr<SharedMapping>> SharedMapping::open(const std::string
     if (!canNameFile(path)) {
         return FileError::make(EINVAL, path, couldNot);
     }
-    OwnedDescriptor descriptor(openWithoutInterruption(path));
-    if (descriptor.get() < 0 || ::flock(descriptor.get(), LOCK_EX | LOCK_NB) != 0) {
+    // O_NONBLOCK keeps open from waiting for the other end of a pipe, which is refused below.
+    constexpr int flags = O_RDWR | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NOFOLLOW | O_NONBLOCK;
+    Descriptor descriptor(retrying([&] { return ::open(path.c_str(), flags, forTheUserAlone); }));
+    if (!descriptor || ::flock(descriptor.get(), LOCK_EX | LOCK_NB) != 0) {
         return FileError::make(errno, path, couldNot);
     }
     if (const int code = lengthen(descriptor.get(), mark, size); code != 0) {

@@ -12,6 +12,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include <Velora_UserDefaults/Platform/FileContents.h>
 #include <Velora_UserDefaults/Platform/FileManager.h>
 #include <Velora_UserDefaults/Platform/URL.h>
 
@@ -109,25 +110,9 @@ std::optional<std::string> downloadsFolderIn(std::string_view line) {
     return rest ? std::optional(base + *rest) : std::nullopt;
 }
 
-/// What a small text file holds; nothing if it cannot be read. Unlike std::ifstream, this leaves no descriptor to a
-/// program that another thread starts at this moment.
-std::string contentsOf(const std::string& path) {
-    const std::unique_ptr<FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "re"), &std::fclose);
-    std::string contents;
-    std::array<char, 4096> block{};
-    while (file != nullptr) {
-        const std::size_t count = std::fread(block.data(), 1, block.size(), file.get());
-        if (count == 0) {
-            break;
-        }
-        contents.append(block.data(), count);
-    }
-    return contents;
-}
-
 std::optional<std::string> configuredDownloadsFolder() {
     const std::string configuration = folderFrom("XDG_CONFIG_HOME", ".config");
-    std::istringstream file(configuration.empty() ? "" : contentsOf(configuration + "/user-dirs.dirs"));
+    std::istringstream file(configuration.empty() ? "" : contentsOfFile(configuration + "/user-dirs.dirs"));
     std::optional<std::string> folder;
     for (std::string line; std::getline(file, line);) {
         if (auto found = downloadsFolderIn(line)) {

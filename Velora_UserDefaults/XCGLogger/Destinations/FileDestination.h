@@ -93,7 +93,9 @@ public:
     /// process's own memory again, as at first. Call it before `add`, so that what is found is written first.
     ///
     ///     file->setLogQueue(XCGLogger::logQueue());
-    ///     file->setPendingLinesFile("/var/lib/app/pending-lines");
+    ///     if (auto kept = file->setPendingLinesFile("/var/lib/app/pending-lines"); !kept) {
+    ///         std::cerr << kept.error().description << '\n';
+    ///     }
     ///
     /// Lines that a process left there when it crashed or was killed are written to the log: once, in their order,
     /// and before any other. (If another process appends to the same log at the same moment, a few may come twice;

@@ -1,10 +1,12 @@
 #include <chrono>
 #include <ctime>
-#include <fstream>
+#include <filesystem>
 #include <mutex>
 #include <string>
+#include <system_error>
 #include <utility>
 
+#include <Velora_UserDefaults/Platform/FileContents.h>
 #include <Velora_UserDefaults/Platform/ForkHandlers.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/LogFile.h>
 #include <Velora_UserDefaults/XCGLogger/EngineGuard.h>
@@ -26,11 +28,9 @@ Date roughDate() {
 
 /// Whether the file at `path` has something behind its last line feed.
 bool endsInsideALine(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    char last = '\n';
-    file.seekg(-1, std::ios::end);
-    file.get(last);
-    return last != '\n';
+    std::error_code ignored;
+    const std::uintmax_t size = std::filesystem::file_size(path, ignored);
+    return !ignored && size > 0 && contentsOfFile(path, size - 1) != "\n";
 }
 
 }  // namespace

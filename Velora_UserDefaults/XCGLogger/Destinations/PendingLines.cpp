@@ -5,11 +5,11 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <optional>
 #include <sys/stat.h>
 #include <system_error>
 
+#include <Velora_UserDefaults/Platform/FileContents.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/PendingLines.h>
 
 namespace velora {
@@ -50,21 +50,6 @@ std::optional<std::string> findFile(const std::string& path, const FileIdentity&
         }
     }
     return std::nullopt;
-}
-
-/// What the file at `path` holds from `position` on, `most` bytes of it at most.
-std::string contentsFrom(const std::string& path, std::uint64_t position, std::size_t most) {
-    std::error_code ignored;
-    const std::uintmax_t size = std::filesystem::file_size(path, ignored);
-    if (ignored || size <= position) {
-        return {};
-    }
-    std::ifstream file(path, std::ios::binary);
-    file.seekg(static_cast<std::streamoff>(position));
-    std::string contents(std::min<std::uintmax_t>(most, size - position), '\0');
-    file.read(contents.data(), static_cast<std::streamsize>(contents.size()));
-    contents.resize(static_cast<std::size_t>(file.gcount()));
-    return contents;
 }
 
 /// Ends the line of which the file at `path` has the beginning, and returns whether that was possible.
@@ -217,7 +202,8 @@ std::size_t PendingLines::sizeInLog(const std::string& path) const {
     // Other processes may have written between.
     constexpr std::size_t usualSizeOfOthers = 16'777'216;
     const std::string_view text = mappedText();
-    const std::size_t written = sizeWritten(text, contentsFrom(path, header().length, text.size() + usualSizeOfOthers));
+    const std::size_t written =
+        sizeWritten(text, contentsOfFile(path, header().length, text.size() + usualSizeOfOthers));
     if (written == 0 || text[written - 1] == '\n') {
         return written;
     }

@@ -23,8 +23,8 @@ namespace velora {
 /// | backslash | `\\` |
 /// | line feed, carriage return, tab | `\n`, `\r`, `\t` |
 /// | another control character below U+0020, and U+007F | `\x1b`: two digits |
-/// | U+0080 to U+009F, U+2028 and U+2029 (separators), bidirectional controls | `\u{202e}`: no more digits than needed
-/// | | each byte that is not part of well-formed UTF-8 (RFC 3629) | `\xff`: two digits |
+/// | U+0080 to U+009F, U+2028, U+2029, bidirectional controls | `\u{202e}`: without leading zeros |
+/// | each byte that is not part of well-formed UTF-8 (RFC 3629) | `\xff`: two digits |
 ///
 /// Bidirectional controls are U+061C, U+200E, U+200F, U+202A to U+202E and U+2066 to U+2069.
 /// Digits are hexadecimal with small letters. All other text stays as it is. Because the backslash is escaped
