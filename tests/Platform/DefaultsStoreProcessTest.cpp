@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <iostream>
 #include <map>
 #include <memory>
 #include <random>
@@ -285,7 +286,9 @@ TEST_F(DefaultsStoreProcesses, MayBeKilledAtAnyMoment) {
     DefaultsStore store(file);
     const Reports reports(store);
     std::mt19937 random(815);
-    for (int round = 0; round < 100; ++round) {
+    const char* const kills = std::getenv("VELORA_KILLS");
+    const int rounds = kills == nullptr ? 100 : std::atoi(kills);
+    for (int round = 0; round < rounds; ++round) {
         Process writer({"countForEver", file});
         std::int64_t acknowledged = writer.receive();
         ASSERT_GT(acknowledged, 0);
@@ -307,6 +310,7 @@ TEST_F(DefaultsStoreProcesses, MayBeKilledAtAnyMoment) {
         ASSERT_EQ(DefaultsStore(file).integer("number"), stored);
         ASSERT_LE(filesBeginningWith(folder.path(), "").size(), 4U);
     }
+    std::cout << "killed " << rounds << " times, " << store.integer("number") << " writes had returned\n";
     ASSERT_TRUE(store.setBool("done", true));
     EXPECT_TRUE(reports.lines().empty());
     EXPECT_THAT(filesBeginningWith(folder.path(), ""),
