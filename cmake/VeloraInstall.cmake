@@ -24,6 +24,8 @@ set(VELORA_INTERNAL_HEADERS
     Platform/SystemLog
     Platform/Text
     Platform/TypeName
+    XCGLogger/Destinations/BufferedFiles
+    XCGLogger/Destinations/FileDestinationFile
     XCGLogger/Destinations/LogFile
     XCGLogger/Destinations/PendingLines
     XCGLogger/Destinations/QueuedLine
