@@ -1,10 +1,7 @@
 #include <array>
 #include <filesystem>
-#include <fmt/format.h>
-#include <fmt/ranges.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <limits>
 #include <memory>
 #include <optional>
 #include <source_location>
@@ -21,7 +18,7 @@
 namespace velora::test {
 namespace {
 
-using ::testing::ElementsAre;
+using testing::ElementsAre;
 
 /// The calls `log->info` and so on of a logger of the test's own.
 class OwnCalls {
@@ -442,95 +439,6 @@ TYPED_TEST(EveryLogCall, LetsTheExceptionOfAnExecutedClosureThrough) {
                  std::runtime_error);
 }
 
-class LogCallPlace : public testing::Test {
-protected:
-    RecordedLogger<> recorded_;
-    XCGLogger& log_ = *recorded_.log;
-
-    void expectPlace(std::string_view functionName, std::int64_t lineNumber) const {
-        const std::vector<LogDetails> records = recorded_.recording->records();
-        ASSERT_EQ(records.size(), 1U);
-        EXPECT_EQ(records[0].functionName, functionName);
-        EXPECT_EQ(records[0].fileName, __FILE__);
-        EXPECT_EQ(records[0].lineNumber, lineNumber);
-    }
-};
-
-int logInAFunction(XCGLogger& log) {
-    log.info("text");
-    return __LINE__ - 1;
-}
-
-template <typename Value>
-int logInATemplate(XCGLogger& log, const Value& value) {
-    log.info("value {}", value);
-    return __LINE__ - 1;
-}
-
-struct LogsInMembers {
-    explicit LogsInMembers(XCGLogger& logger) : log(logger) {}
-    int member() const {
-        log.info(Tag("net"), "text");
-        return __LINE__ - 1;
-    }
-    int operator+(int /*ignored*/) const {
-        log.info([] { return "text"; });
-        return __LINE__ - 1;
-    }
-    XCGLogger& log;
-};
-
-struct LogsWhenMade {
-    explicit LogsWhenMade(XCGLogger& log) {
-        log.info();
-        line = __LINE__ - 1;
-    }
-    int line;
-};
-
-TEST_F(LogCallPlace, IsTheFunction) {
-    expectPlace("logInAFunction", logInAFunction(log_));
-}
-
-TEST_F(LogCallPlace, IsTheTemplateAsTheCompilerNamesIt) {
-    const int line = logInATemplate(log_, 1.5);
-    const std::string name = recorded_.recording->records().at(0).functionName.string();
-    EXPECT_EQ(name.substr(0, name.find('<')), "logInATemplate");
-    expectPlace(name, line);
-}
-
-TEST_F(LogCallPlace, IsTheMemberFunction) {
-    expectPlace("member", LogsInMembers(log_).member());
-}
-
-TEST_F(LogCallPlace, IsTheOperator) {
-    expectPlace("operator+", LogsInMembers(log_) + 1);
-}
-
-TEST_F(LogCallPlace, IsTheConstructor) {
-    expectPlace("LogsWhenMade", LogsWhenMade(log_).line);
-}
-
-TEST_F(LogCallPlace, IsTheLambda) {
-    const auto lambda = [&] {
-        log_.info("{} and {}", 1, 2);
-        return __LINE__ - 1;
-    };
-    expectPlace("operator()", lambda());
-}
-
-TEST_F(LogCallPlace, IsTheCallOfLogln) {
-    constexpr int line = __LINE__ + 1;
-    log_.logln("text", Level::info);
-    expectPlace("TestBody", line);
-}
-
-TEST_F(LogCallPlace, IsTheCallOfLoglnWithAClosure) {
-    constexpr int line = __LINE__ + 1;
-    log_.logln(Level::info, [] { return "text"; });
-    expectPlace("TestBody", line);
-}
-
 // What is no message does not compile, wherever it is put.
 struct Unprintable {};
 template <typename Message>
@@ -548,79 +456,6 @@ static_assert(!CanBeLogged<void (*)()> && !CanBeLogged<int (*)(int)>, "a closure
 static_assert(!CanBeLogged<decltype([] {})>);
 static_assert(CanBeLogged<std::string (*)()>);
 static_assert(!std::is_copy_constructible_v<LogCalls<OwnLogger>>, "a call belongs to its logger");
-
-/// Logs a format and checks that the line is what {fmt} makes of it.
-#define EXPECT_LOGGED_AS_FORMATTED(...)                                                         \
-    do {                                                                                        \
-        recorded.recording->clear();                                                            \
-        recorded.log->info(__VA_ARGS__);                                                        \
-        EXPECT_THAT(recorded.recording->lines(), ElementsAre("> " + fmt::format(__VA_ARGS__))); \
-    } while (false)
-
-TEST(FormattedLogCall, FillsInEveryKindOfArgument) {
-    const RecordedLogger<> recorded;
-    const std::string text = "a text that is longer than what fits into a string itself";
-    const std::string_view view = "view";
-    const char* const pointer = "pointer";
-    char array[] = "array";
-    const void* const address = &recorded;
-    EXPECT_LOGGED_AS_FORMATTED("{}", text);
-    EXPECT_LOGGED_AS_FORMATTED("a {} b {} c {} d", view, pointer, array);
-    EXPECT_LOGGED_AS_FORMATTED("{}{}{}", "literal", std::string(), text);
-    EXPECT_LOGGED_AS_FORMATTED("{} {} {} {}", true, false, 'c', '\0');
-    EXPECT_LOGGED_AS_FORMATTED("{} {}", std::numeric_limits<int>::min(), std::numeric_limits<unsigned>::max());
-    EXPECT_LOGGED_AS_FORMATTED("{} {}", std::numeric_limits<long>::min(), std::numeric_limits<unsigned long>::max());
-    EXPECT_LOGGED_AS_FORMATTED("{} {}", std::numeric_limits<long long>::min(),
-                               std::numeric_limits<unsigned long long>::max());
-    EXPECT_LOGGED_AS_FORMATTED("{} {}", std::numeric_limits<short>::min(), std::numeric_limits<unsigned short>::max());
-    EXPECT_LOGGED_AS_FORMATTED("{} {}", static_cast<signed char>(-7), static_cast<unsigned char>(200));
-    EXPECT_LOGGED_AS_FORMATTED("{} {} {}", 1.5, 0.1F, -1e300);
-    EXPECT_LOGGED_AS_FORMATTED("{}", address);
-    EXPECT_LOGGED_AS_FORMATTED("{} of {}", 3, std::vector<int>{1, 2, 3});
-    EXPECT_LOGGED_AS_FORMATTED("{} at {}", 1, Level::error);
-}
-
-TEST(FormattedLogCall, UnderstandsEveryFormat) {
-    const RecordedLogger<> recorded;
-    EXPECT_LOGGED_AS_FORMATTED("{:>5}|{:<5}|{:^5}", 1, "two", 'c');
-    EXPECT_LOGGED_AS_FORMATTED("{:#x} {:.2f}", 255, 3.14159);
-    EXPECT_LOGGED_AS_FORMATTED("{1} {0}", 1, "two");
-    EXPECT_LOGGED_AS_FORMATTED("{{}} {}", 1);
-    EXPECT_LOGGED_AS_FORMATTED("{} {{", 1);
-    EXPECT_LOGGED_AS_FORMATTED("}} {}", 1);
-    EXPECT_LOGGED_AS_FORMATTED("only the first: {}", 1, "two");
-    EXPECT_LOGGED_AS_FORMATTED("none", 1);
-    EXPECT_LOGGED_AS_FORMATTED("{}{}{}{}{}", 1, 2, 3, 4, 5);
-    EXPECT_LOGGED_AS_FORMATTED("{} {} {} {} {} {}", 1, 2, 3, 4, 5, 6);
-}
-
-#define FIVE_HUNDRED_TWELVE                                            \
-    "0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef" \
-    "0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef" \
-    "0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef" \
-    "0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef" \
-    "0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef" \
-    "0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef" \
-    "0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef" \
-    "0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef"
-
-TEST(FormattedLogCall, FillsInArgumentsFarFromTheBeginning) {
-    const RecordedLogger<> recorded;
-    EXPECT_LOGGED_AS_FORMATTED(FIVE_HUNDRED_TWELVE FIVE_HUNDRED_TWELVE FIVE_HUNDRED_TWELVE FIVE_HUNDRED_TWELVE
-                                   FIVE_HUNDRED_TWELVE FIVE_HUNDRED_TWELVE FIVE_HUNDRED_TWELVE "{} end",
-                               1);
-    EXPECT_LOGGED_AS_FORMATTED(FIVE_HUNDRED_TWELVE FIVE_HUNDRED_TWELVE FIVE_HUNDRED_TWELVE FIVE_HUNDRED_TWELVE
-                                   FIVE_HUNDRED_TWELVE FIVE_HUNDRED_TWELVE FIVE_HUNDRED_TWELVE FIVE_HUNDRED_TWELVE
-                               "{} end",
-                               1);
-}
-
-TEST(FormattedLogCall, ShowsANullTextAsSuch) {
-    const RecordedLogger<> recorded;
-    const char* const none = nullptr;
-    recorded.log->info("name: {}", none);
-    EXPECT_THAT(recorded.recording->lines(), ElementsAre("> name: (null)"));
-}
 
 }  // namespace
 }  // namespace velora::test

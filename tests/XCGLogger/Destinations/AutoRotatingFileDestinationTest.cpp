@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,24 +10,19 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <support/CountingFormatter.h>
 #include <support/ForkedChild.h>
-#include <support/RecordingDestination.h>
 #include <support/TemporaryFolder.h>
-#include <sys/stat.h>
-#include <sys/xattr.h>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 #include <Velora_UserDefaults/Platform/Date.h>
 #include <Velora_UserDefaults/Platform/DateFormatter.h>
 #include <Velora_UserDefaults/Platform/DispatchQueue.h>
-#include <Velora_UserDefaults/XCGLogger/Constants.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/AutoRotatingFileDestination.h>
 #include <Velora_UserDefaults/XCGLogger/XCGLogger.h>
 
+#include "AutoRotatingFileDestinationTestSupport.h"
 #include "DestinationTestSupport.h"
 
 namespace velora::test {
@@ -39,81 +33,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
-
-constexpr const char* identifierAttribute = "user.tamberlo.xcglogger.archived.by";
-constexpr const char* timestampAttribute = "user.tamberlo.xcglogger.archived.at";
-
-std::string attributeOf(const fs::path& path, const char* name) {
-    std::string value(1'000, '\0');
-    const ssize_t size = ::getxattr(path.c_str(), name, value.data(), value.size());
-    return size < 0 ? "(none)" : value.substr(0, static_cast<std::size_t>(size));
-}
-
-void setAttribute(const fs::path& path, const char* name, std::string_view value) {
-    ASSERT_EQ(::setxattr(path.c_str(), name, value.data(), value.size(), 0), 0);
-}
-
-/// A file that looks as if an earlier run had archived it.
-void makeArchive(const fs::path& path, std::string_view identifier, std::string_view timestamp) {
-    writeFile(path, "old\n");
-    setAttribute(path, identifierAttribute, identifier);
-    setAttribute(path, timestampAttribute, timestamp);
-}
-
-std::vector<std::string> names(const std::vector<URL>& urls) {
-    std::vector<std::string> result;
-    std::ranges::transform(urls, std::back_inserter(result), [](const URL& url) { return url.lastPathComponent(); });
-    return result;
-}
-
-std::vector<std::string> filesIn(const fs::path& folder) {
-    std::vector<std::string> result;
-    for (const auto& entry : fs::directory_iterator(folder)) {
-        result.push_back(entry.path().filename());
-    }
-    std::ranges::sort(result);
-    return result;
-}
-
-using Options = AutoRotatingFileDestination::Options;
-
-class AutoRotatingFileDestinationTest : public testing::Test {
-protected:
-    void SetUp() override {
-        writeFile(folder / "probe", "");
-        if (::setxattr((folder / "probe").c_str(), "user.probe", "", 0, 0) != 0) {
-            GTEST_SKIP() << "the temporary folder's file system has no extended attributes";
-        }
-        fs::remove(folder / "probe");
-        log->add(other);
-    }
-    void TearDown() override {
-        for (const auto& destination : std::vector(log->destinations())) {
-            log->remove(destination);
-        }
-    }
-
-    std::shared_ptr<AutoRotatingFileDestination> add(const std::string& name, Options options) {
-        if (!options.archiveSuffixDateFormatter) {
-            options.archiveSuffixDateFormatter = std::make_shared<CountingFormatter>();
-        }
-        auto made = make<AutoRotatingFileDestination>(nullptr, folder / name, "rotating", options);
-        log->add(made);
-        return made;
-    }
-    static Options unlimited() { return {.maxFileSize = 0, .maxTimeInterval = 0}; }
-    std::string otherText() const {
-        std::string text;
-        for (const std::string& line : other->lines()) {
-            text += line + "\n";
-        }
-        return text;
-    }
-
-    TemporaryFolder folder;
-    std::shared_ptr<XCGLogger> log = make<XCGLogger>("log", false);
-    std::shared_ptr<RecordingDestination> other = make<RecordingDestination>(nullptr, "other");
-};
 
 TEST_F(AutoRotatingFileDestinationTest, StoresTheLargestNumberForASizeOfZero) {
     const auto file = add("app.log", {.maxFileSize = 0});
@@ -216,127 +135,6 @@ TEST_F(AutoRotatingFileDestinationTest, NeverRotatesWithoutATarget) {
     EXPECT_EQ(file->fileExtension(), "log");
 }
 
-struct NameCase {
-    std::string file, base, extension;
-    bool archivesBesideIt;
-};
-
-TEST_F(AutoRotatingFileDestinationTest, FindsBaseNameExtensionAndArchiveFolder) {
-    fs::create_directories(folder.path() / "app.log.d" / "app.log");
-    const std::vector<NameCase> cases = {
-        {"app.log", "app", "log", true},
-        {"app", "app", "", false},
-        {"a.b.log", "a.b", "log", true},
-        {".log", ".log", "", false},
-        {"my app.log", "my app", "log", true},
-        {"Z\u00fcrich.txt", "Z\u00fcrich", "txt", true},
-        {"app.log.d/app.log/app.log", "app", "log", true},
-        {"log.log", "log", "log", true},
-    };
-    ::setenv("TMPDIR", folder.path().c_str(), 1);
-    for (const NameCase& expected : cases) {
-        const auto file = make<AutoRotatingFileDestination>(nullptr, folder / expected.file, "x", unlimited());
-        EXPECT_EQ(file->baseFileName(), expected.base) << expected.file;
-        EXPECT_EQ(file->fileExtension(), expected.extension) << expected.file;
-        const std::string archives =
-            expected.archivesBesideIt ? fs::path(folder / expected.file).parent_path().string() : folder / "log";
-        ASSERT_TRUE(file->archiveFolderURL()) << expected.file;
-        EXPECT_EQ(file->archiveFolderURL()->path(), archives) << expected.file;
-    }
-    EXPECT_TRUE(fs::is_directory(folder / "log"));
-    ::unsetenv("TMPDIR");
-}
-
-TEST_F(AutoRotatingFileDestinationTest, ArchivesAFileWithoutAnExtensionInTheDefaultFolder) {
-    ::setenv("TMPDIR", folder.path().c_str(), 1);
-    const auto file = add("app", unlimited());
-    log->info("text");
-    file->rotateFile();
-    EXPECT_THAT(filesIn(folder / "log"), ElementsAre("app_1"));
-    EXPECT_THAT(readFile(folder / "log/app_1"), HasSubstr("> text\n"));
-    EXPECT_THAT(names(file->archivedFileURLs()), ElementsAre("app_1"));
-    ::unsetenv("TMPDIR");
-}
-
-TEST_F(AutoRotatingFileDestinationTest, UsesTheDefaultFolderWhenTheArchiveFolderIsTakenAway) {
-    ::setenv("TMPDIR", folder.path().c_str(), 1);
-    const auto file = add("app.log", unlimited());
-    file->setArchiveFolderURL(std::nullopt);
-    file->rotateFile();
-    EXPECT_THAT(filesIn(folder / "log"), ElementsAre("app_1.log"));
-    EXPECT_THAT(names(file->archivedFileURLs()), ElementsAre("app_1.log"));
-    ::unsetenv("TMPDIR");
-}
-
-TEST_F(AutoRotatingFileDestinationTest, MakesTheDefaultFolderWheneverItIsAskedForIfThatIsPossible) {
-    ::setenv("TMPDIR", folder.path().c_str(), 1);
-    const std::string expected = folder / "log";
-    EXPECT_EQ(AutoRotatingFileDestination::defaultLogFolderURL().path(), expected);
-    EXPECT_TRUE(fs::is_directory(expected));
-    fs::remove(expected);
-    EXPECT_EQ(AutoRotatingFileDestination::defaultLogFolderURL().path(), expected);
-    EXPECT_TRUE(fs::is_directory(expected));
-    fs::remove(expected);
-    writeFile(expected, "in the way");
-    EXPECT_EQ(AutoRotatingFileDestination::defaultLogFolderURL().path(), expected);
-    EXPECT_EQ(readFile(expected), "in the way");
-    ::unsetenv("TMPDIR");
-}
-
-TEST_F(AutoRotatingFileDestinationTest, LeavesTheDefaultFolderAloneWhenItHasAnother) {
-    ::setenv("TMPDIR", folder.path().c_str(), 1);
-    const auto file = add("app.log", unlimited());
-    file->rotateFile();
-    EXPECT_THAT(filesIn(folder.path()), ElementsAre("app.log", "app_1.log"));
-    ::unsetenv("TMPDIR");
-}
-
-TEST_F(AutoRotatingFileDestinationTest, NamesArchivesByTheLocalTimeOfTheRotation) {
-    const auto file = make<AutoRotatingFileDestination>(nullptr, folder / "app.log", "rotating", unlimited());
-    log->add(file);
-    const Date before = currentDate();
-    file->rotateFile();
-    const DateFormatter formatter("_yyyy-MM-dd_HHmmss");
-    const std::string name = names(file->archivedFileURLs()).at(0);
-    EXPECT_TRUE(name == "app" + formatter.string(before) + ".log" ||
-                name == "app" + formatter.string(currentDate()) + ".log")
-        << name;
-}
-
-TEST_F(AutoRotatingFileDestinationTest, UsesTheSuffixFormatterAndReturnsToTheStandardOne) {
-    const auto file = make<AutoRotatingFileDestination>(
-        nullptr, folder / "app.log", "rotating",
-        Options{.maxFileSize = 0,
-                .maxTimeInterval = 0,
-                .archiveSuffixDateFormatter = std::make_shared<DateFormatter>("'-archive'")});
-    log->add(file);
-    file->rotateFile();
-    EXPECT_THAT(names(file->archivedFileURLs()), ElementsAre("app-archive.log"));
-    EXPECT_EQ(file->archiveSuffixDateFormatter()->pattern(), "'-archive'");
-    file->setArchiveSuffixDateFormatter(nullptr);
-    EXPECT_EQ(file->archiveSuffixDateFormatter()->pattern(), "_yyyy-MM-dd_HHmmss");
-}
-
-TEST_F(AutoRotatingFileDestinationTest, LeavesTheFileAsItIsWhenTheArchiveNameIsTaken) {
-    const auto file = make<AutoRotatingFileDestination>(
-        nullptr, folder / "app.log", "rotating",
-        Options{.maxFileSize = 0,
-                .maxTimeInterval = 0,
-                .archiveSuffixDateFormatter = std::make_shared<DateFormatter>("'-same'")});
-    log->add(file);
-    file->rotateFile();
-    log->info("second");
-    std::vector<bool> results;
-    file->setAutoRotationCompletion([&](bool success) { results.push_back(success); });
-    file->rotateFile();
-    EXPECT_THAT(results, ElementsAre(false));
-    EXPECT_THAT(names(file->archivedFileURLs()), ElementsAre("app-same.log"));
-    EXPECT_THAT(readFile(folder / "app.log"), HasSubstr("second\n"));
-    EXPECT_EQ(file->currentLogFileSize(), 0U);
-    log->info("third");
-    EXPECT_THAT(readFile(folder / "app.log"), HasSubstr("third\n"));
-}
-
 TEST_F(AutoRotatingFileDestinationTest, MarksArchivesWithTheIdentifierAndTheTime) {
     const auto file = add("app.log", unlimited());
     const double before = secondsSince1970(currentDate());
@@ -404,124 +202,6 @@ TEST_F(AutoRotatingFileDestinationTest, ArchivesAnExistingFileThatIsTooLargeWhil
     const auto file = add("app.log", {.maxFileSize = 1'500, .maxTimeInterval = 0, .targetMaxLogFiles = 1});
     EXPECT_THAT(names(file->archivedFileURLs()), ElementsAre("app_1.log"));
     EXPECT_FALSE(fs::exists(folder / "app_old.log"));
-}
-
-TEST_F(AutoRotatingFileDestinationTest, PrunesNothingWhileItIsMadeUnlessItRotates) {
-    writeFile(folder / "app.log", "short\n");
-    for (int index = 0; index < 4; ++index) {
-        makeArchive(folder / ("app_" + std::to_string(index) + "old.log"), "rotating", std::to_string(index) + ".0");
-    }
-    const auto file = add("app.log", {.maxFileSize = 0, .maxTimeInterval = 0, .targetMaxLogFiles = 2});
-    EXPECT_THAT(file->archivedFileURLs(), SizeIs(4));
-    file->setTargetMaxLogFiles(3);
-    EXPECT_THAT(names(file->archivedFileURLs()), ElementsAre("app_3old.log", "app_2old.log", "app_1old.log"));
-}
-
-TEST_F(AutoRotatingFileDestinationTest, DeletesTheTwoSmallestOfTwelveArchivesByTheTextOfTheirTimes) {
-    const auto file = add("app.log", unlimited());
-    // As text "9.0" is the largest, as a number the smallest.
-    for (const std::string time :
-         {"9.0", "100.0", "101.0", "102.0", "103.0", "104.0", "105.0", "106.0", "107.0", "108.0", "109.0", "110.0"}) {
-        makeArchive(folder / ("old" + time + ".log"), "rotating", time);
-    }
-    file->cleanUpLogFiles();
-    EXPECT_THAT(names(file->archivedFileURLs()),
-                ElementsAre("old9.0.log", "old110.0.log", "old109.0.log", "old108.0.log", "old107.0.log",
-                            "old106.0.log", "old105.0.log", "old104.0.log", "old103.0.log", "old102.0.log"));
-    EXPECT_FALSE(fs::exists(folder / "old100.0.log"));
-    EXPECT_FALSE(fs::exists(folder / "old101.0.log"));
-}
-
-TEST_F(AutoRotatingFileDestinationTest, TouchesNoFileThatIsNotItsOwn) {
-    const auto file = add("app.log", unlimited());
-    writeFile(folder / "app_2020-01-01_000000.log", "foreign\n");
-    makeArchive(folder / "app_other.log", "another", "1.0");
-    makeArchive(folder / ".app_hidden.log", "rotating", "1.0");
-    makeArchive(folder / "app_badtime.log", "rotating", "\xff\xfe");
-    writeFile(folder / "app_notime.log", "x\n");
-    setAttribute(folder / "app_notime.log", identifierAttribute, "rotating");
-    makeArchive(folder / "own.log", "rotating", "1.0");
-    EXPECT_THAT(names(file->archivedFileURLs()), ElementsAre("own.log"));
-    file->setTargetMaxLogFiles(0);
-    file->purgeArchivedLogFiles();
-    EXPECT_THAT(filesIn(folder.path()), ElementsAre(".app_hidden.log", "app.log", "app_2020-01-01_000000.log",
-                                                    "app_badtime.log", "app_notime.log", "app_other.log"));
-}
-
-TEST_F(AutoRotatingFileDestinationTest, SharesArchivesWithADestinationOfTheSameIdentifier) {
-    const auto first = add("first.log", unlimited());
-    const auto second = make<AutoRotatingFileDestination>(nullptr, folder / "second.log", "rotating", unlimited());
-    makeArchive(folder / "of-the-second.log", "rotating", "5.0");
-    EXPECT_THAT(names(first->archivedFileURLs()), ElementsAre("of-the-second.log"));
-    first->setTargetMaxLogFiles(0);
-    EXPECT_THAT(second->archivedFileURLs(), IsEmpty());
-}
-
-TEST_F(AutoRotatingFileDestinationTest, MatchesWithAnEmptyIdentifierOnlyArchivesMarkedWithAnEmptyOne) {
-    const auto file = make<AutoRotatingFileDestination>(nullptr, folder / "app.log", "", unlimited());
-    makeArchive(folder / "empty.log", "", "1.0");
-    makeArchive(folder / "named.log", "rotating", "1.0");
-    writeFile(folder / "unmarked.log", "x\n");
-    EXPECT_THAT(names(file->archivedFileURLs()), ElementsAre("empty.log"));
-}
-
-TEST_F(AutoRotatingFileDestinationTest, KeepsNoArchiveWithATargetOfZero) {
-    const auto file = add("app.log", {.maxFileSize = 0, .maxTimeInterval = 0, .targetMaxLogFiles = 0});
-    file->rotateFile();
-    EXPECT_THAT(filesIn(folder.path()), ElementsAre("app.log"));
-}
-
-TEST_F(AutoRotatingFileDestinationTest, GivesNoArchivesForAFolderThatCannotBeListed) {
-    const auto file = add("app.log", unlimited());
-    file->setArchiveFolderURL(URL::fileURL("/dev/null/nowhere"));
-    EXPECT_THAT(file->archivedFileURLs(), IsEmpty());
-}
-
-TEST_F(AutoRotatingFileDestinationTest, GivesNoArchivesForAnIdentifierThatIsNoText) {
-    const auto file = make<AutoRotatingFileDestination>(nullptr, folder / "app.log", "\xff", unlimited());
-    makeArchive(folder / "marked.log", "\xff", "1.0");
-    EXPECT_THAT(file->archivedFileURLs(), IsEmpty());
-}
-
-/// Finds an archive that is gone between two that are there.
-class MissingArchiveDestination : public AutoRotatingFileDestination {
-public:
-    using AutoRotatingFileDestination::AutoRotatingFileDestination;
-    std::vector<URL> archivedFileURLs() const override {
-        const std::string folder = archiveFolderURL()->path();
-        return {URL::fileURL(folder + "/1.log"), URL::fileURL(folder + "/2.log"), URL::fileURL(folder + "/3.log")};
-    }
-};
-
-TEST_F(AutoRotatingFileDestinationTest, ReportsAnArchiveThatCannotBeDeletedAndDeletesTheOthers) {
-    const auto file = make<MissingArchiveDestination>(nullptr, folder / "app.log", "rotating", unlimited());
-    log->add(file);
-    const std::string expected = "Unable to delete old archived log file " + (folder / "2.log") + ": The file “" +
-                                 (folder / "2.log") + "” couldn’t be removed: No such file or directory";
-    const auto expectReport = [&](const auto& deleteArchives) {
-        writeFile(folder / "1.log", "x");
-        writeFile(folder / "3.log", "x");
-        other->clear();
-        deleteArchives();
-        EXPECT_THAT(filesIn(folder.path()), ElementsAre("app.log"));
-        ASSERT_THAT(other->records(), SizeIs(1));
-        EXPECT_EQ(other->records()[0].message, expected);
-        EXPECT_EQ(other->records()[0].level, Level::error);
-    };
-    expectReport([&] { file->setTargetMaxLogFiles(0); });
-    expectReport([&] { file->cleanUpLogFiles(); });
-    file->setTargetMaxLogFiles(10);
-    expectReport([&] { file->purgeArchivedLogFiles(); });
-}
-
-TEST_F(AutoRotatingFileDestinationTest, MakesTheArchiveFolderAndArchivesThere) {
-    const auto file = add("app.log", unlimited());
-    file->setArchiveFolderURL(URL::fileURL(folder / "deep/er", true));
-    EXPECT_TRUE(fs::is_directory(folder / "deep/er"));
-    file->rotateFile();
-    EXPECT_THAT(filesIn(folder / "deep/er"), ElementsAre("app_1.log"));
-    file->setArchiveFolderURL(std::nullopt);
-    EXPECT_FALSE(file->archiveFolderURL());
 }
 
 TEST_F(AutoRotatingFileDestinationTest, ReportsARotationIntoAMissingFolderAndGoesOn) {
