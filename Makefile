@@ -76,6 +76,7 @@ install: ## Install the library and its tools into PREFIX (/usr/local), below DE
 	@$(configure-release)
 	@cmake --build --preset release --target Velora_UserDefaults velora-defaults velora-log
 	@cmake --install build/release --prefix "$(abspath $(PREFIX))"
+	@scripts/announce-library.sh "$(abspath $(PREFIX))"
 
 # Configured each time, with the compiler's flags that Debian builds its packages with.
 packages: ## Make Debian packages of the library, its headers and its tools in build/packages
