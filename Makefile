@@ -17,7 +17,7 @@ install-packages := scripts/install-packages.sh
 export DESTDIR
 
 .DEFAULT_GOAL := help
-.PHONY: help run test coverage fuzz bench docs install packages abi-update format lint clean
+.PHONY: help run test coverage fuzz bench docs check-docs install packages abi-update format lint clean
 
 # Ninja itself notices what changed once a build folder is configured. Its benchmarks and tests need
 # packages that the rest does without, so only the tasks that use them turn them on.
@@ -68,11 +68,15 @@ docs: ## Write the guide and the reference of the public headers to build/docs/h
 	@cmake --build --preset release --target docs
 	@echo "The documentation: build/docs/html/index.html"
 
+check-docs: docs ## Look at that site in a browser: links, widths, text cut off, contrast; light and dark
+	@scripts/check-docs.sh
+
 install: ## Install the library and its tools into PREFIX (/usr/local), below DESTDIR if given
 	@$(install-packages) build
 	@$(configure-release)
 	@cmake --build --preset release --target Velora_UserDefaults velora-defaults velora-log
 	@cmake --install build/release --prefix "$(abspath $(PREFIX))"
+	@scripts/announce-library.sh "$(abspath $(PREFIX))"
 
 # Configured each time, with the compiler's flags that Debian builds its packages with.
 packages: ## Make Debian packages of the library, its headers and its tools in build/packages

@@ -1,6 +1,7 @@
 #!/bin/sh
 # Looks at the documentation that `make docs` has written: every local link leads somewhere, and every page of the guide
-# fits a desktop's and a phone's window, light and dark. The pictures are for people: build/docs/screenshots.
+# fits a desktop's and a phone's window, light and dark, with no text cut off or hard to tell from what is behind it.
+# The pictures are for people: build/docs/screenshots.
 #
 #     scripts/check-docs.sh [PAGE...]
 set -eu

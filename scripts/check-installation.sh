@@ -11,6 +11,10 @@
 # Then builds and runs that program with the library as a part of its build, by add_subdirectory and by FetchContent
 # from a folder and from a local clone (of what is committed), and sees that only the program is installed.
 #
+# Then goes the way of a newcomer: `make install`, the installed tools, and the program of README.md, built and run by
+# the commands that stand there. First below a folder that the system does not search; then, in a mount namespace of
+# its own, in an empty /usr/local, where nothing but what README.md says may be needed.
+#
 #     scripts/check-installation.sh WORK-FOLDER
 set -euo pipefail
 
@@ -111,3 +115,99 @@ check_subproject() {
 for way in subdirectory source-dir clone; do
     check_subproject "$way"
 done
+
+# Prints the block of README.md that is in the language and holds the text.
+block_of_readme() {
+    awk -v language="$1" -v text="$2" '
+        /^```/ && inside { inside = 0; if (wanted && index(code, text)) { printf "%s", code; found = 1; exit } next }
+        /^```/ { inside = 1; wanted = ($0 == "```" language); code = ""; next }
+        inside { code = code $0 "\n" }
+        END { exit !found }' "$source/README.md" || { echo "README.md has no block with $2" >&2; return 1; }
+}
+
+# What of the program's output is the same in every run.
+lasting() {
+    sed -E 's/^[0-9-]{10} [0-9:.]{12}/DATE/; s/\.cpp:[0-9]+\]/.cpp]/; s|file:///\S*/|file:///|'
+}
+
+# Runs the commands of README.md that hold the text, in a folder with the files that stand there.
+follow_readme() {
+    local folder expected
+    folder=$(mktemp -d "$work/$kind/readme-XXXXXX")
+    expected=$(block_of_readme '' 'Security Preferences' | lasting)
+    block_of_readme cmake cmake_minimum_required >"$folder/CMakeLists.txt"
+    block_of_readme cpp '<Velora_UserDefaults/Velora_UserDefaults.h>' >"$folder/main.cpp"
+    block_of_readme sh "$1" >"$folder/commands"
+    (cd "$folder" && VELORA_DEFAULTS_FILE=$folder/UserDefaults.json bash -eu commands) >"$folder/output" 2>&1 || {
+        cat "$folder/output" >&2
+        return 1
+    }
+    diff <(lasting <"$folder/output" | tail -n "$(wc -l <<<"$expected")") <(echo "$expected") || {
+        echo "the program of README.md does not print what stands there" >&2
+        return 1
+    }
+    [[ -s $folder/app.log ]] || { echo "the program of README.md has written no file" >&2; return 1; }
+    echo "README.md: $(tail -n 1 "$folder/commands")"
+}
+
+check_tools() {
+    local tool
+    for tool in velora-log velora-defaults; do
+        "$prefix/bin/$tool" --version
+        [[ $(ldd "$prefix/bin/$tool") == *"$prefix/bin/../lib/libVelora_UserDefaults.so"* ]] || {
+            echo "$tool takes another library than the one beside it: $(ldd "$prefix/bin/$tool")" >&2
+            return 1
+        }
+    done
+    VELORA_DEFAULTS_FILE=$work/$kind/UserDefaults.json "$prefix/bin/velora-defaults" list >"$work/$kind.list"
+    grep -q Scaling_Image_Mode "$work/$kind.list" || { echo "velora-defaults lists no preferences" >&2; return 1; }
+}
+
+# Whoever installs below such a folder is told what programs need to find the library.
+check_make_install() {
+    mkdir -p "$work/$kind"
+    make -C "$source" --no-print-directory install PREFIX="$work/$kind/installed-first" >"$work/$kind.install.log"
+    grep -qF -e "-Wl,-rpath,$work/$kind/installed-first/lib" "$work/$kind.install.log" || {
+        echo "make install does not say how programs find a library in a folder that the system does not search" >&2
+        return 1
+    }
+    mv "$work/$kind/installed-first" "$prefix"
+}
+
+# In a system whose /usr/local is empty, and that knows nothing of the library; this one's own is not touched.
+check_system_prefix() {
+    mount --make-rprivate /
+    cp -a /etc "$work/$kind/etc"
+    mount --bind "$work/$kind/etc" /etc
+    mount -t tmpfs none /usr/local
+    [[ ! -d /var/cache/ldconfig ]] || mount -t tmpfs none /var/cache/ldconfig
+    ldconfig
+    unset PKG_CONFIG_PATH
+    make -C "$source" --no-print-directory install PREFIX=/usr/local >"$work/$kind.install.log"
+    follow_readme pkg-config
+    follow_readme 'cmake -B'
+}
+
+unset LD_LIBRARY_PATH
+kind="make"
+prefix=$work/$kind/installed
+echo "-- make install"
+check_make_install
+check_tools
+(
+    # What README.md says about a prefix that the system does not search; LD_RUN_PATH is -Wl,-rpath.
+    export CMAKE_PREFIX_PATH=$prefix PKG_CONFIG_PATH=$prefix/lib/pkgconfig LD_RUN_PATH=$prefix/lib
+    follow_readme 'cmake -B'
+    follow_readme pkg-config
+)
+
+kind="system"
+mkdir -p "$work/$kind"
+if unshare --mount true 2>/dev/null; then
+    echo "-- make install PREFIX=/usr/local"
+    export -f check_system_prefix follow_readme block_of_readme lasting
+    export work kind source
+    unshare --mount bash -euo pipefail -c check_system_prefix
+else
+    echo "Not tried in /usr/local: this system lets nobody have a mount namespace of his own."
+fi

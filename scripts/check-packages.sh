@@ -1,7 +1,7 @@
 #!/bin/bash
 # Checks the Debian packages as a user has them: builds them, runs lintian, installs them, builds and runs
-# tests/consumer against the installed ones with both compilers, runs the tools and shows their manual pages, removes
-# the packages and sees that nothing is left.
+# tests/consumer against the installed ones with both compilers and with CMake, works with the tools and shows their
+# manual pages, removes the packages and sees that nothing is left.
 #
 #     scripts/check-packages.sh WORK-FOLDER
 #
@@ -28,19 +28,46 @@ remove_packages() {
     DEBIAN_FRONTEND=noninteractive dpkg --purge "${names[@]}" >"$work/removal.log" 2>&1
 }
 
+# Runs the program of tests/consumer with files of its own only.
+run_consumer() {
+    local folder
+    folder=$(mktemp -d "$work/run-XXXXXX")
+    (cd "$folder" && VELORA_DEFAULTS_FILE=$folder/UserDefaults.json "$1" "$folder") >"$folder/output" ||
+        fail "$1 fails: $(cat "$folder/output")"
+}
+
 # Compiles each installed header by itself, then all of tests/consumer, and runs that.
 try_compiler() {
-    local compiler=$1 standard=$2 flags folder
+    local compiler=$1 standard=$2 flags
     read -ra flags <<<"$(pkg-config --cflags --libs Velora_UserDefaults)"
     # shellcheck disable=SC2016
     [[ $standard != c++20 ]] || (cd /usr/include && find Velora_UserDefaults -name '*.h') | xargs -d '\n' -P "$(nproc)" -I HEADER sh -c '
         echo "#include <HEADER>" | "$@" -fsyntax-only -x c++ - || { echo "HEADER does not compile by itself"; exit 1; }
     ' sh "$compiler" -std="$standard" "${warnings[@]}"
-    "$compiler" -std="$standard" "${warnings[@]}" tests/consumer/*.cpp -o "$work/consumer" "${flags[@]}"
-    folder=$(mktemp -d "$work/run-XXXXXX")
-    (cd "$folder" && VELORA_DEFAULTS_FILE=$folder/UserDefaults.json "$work/consumer" "$folder") >"$folder/output" ||
-        fail "the program of $compiler as $standard fails: $(cat "$folder/output")"
+    "$compiler" -std="$standard" "${warnings[@]}" tests/consumer/*.cpp -o "$work/consumer-$compiler-$standard" "${flags[@]}"
+    run_consumer "$work/consumer-$compiler-$standard"
     echo "$compiler, $standard: every header and the program"
+}
+
+try_cmake() {
+    cmake -S tests/consumer -B "$work/cmake" -G Ninja -DCONSUMER_WANTS_TOOLS=ON >"$work/cmake.log"
+    cmake --build "$work/cmake" >>"$work/cmake.log" || fail "the program of CMake: $(cat "$work/cmake.log")"
+    run_consumer "$work/cmake/consumer"
+    echo "CMake: the program, and the tools are found"
+}
+
+# Each tool does a piece of its work.
+try_work_of_tools() {
+    local log=$work/app.log lines="2026-11-22 10:00:00.000 [Info] [app.cpp:1] main > good
+2026-11-22 10:00:01.000 [Error] [app.cpp:2] main > bad"
+    echo "$lines" >"$log"
+    [[ $(velora-log show "$log") == "$lines" ]] || fail "velora-log does not show a file as it is"
+    [[ $(velora-log show --level error "$log") == "${lines##*$'\n'}" ]] || fail "velora-log does not find the error"
+
+    export VELORA_DEFAULTS_FILE=$work/UserDefaults.json
+    [[ $(velora-defaults path) == "$VELORA_DEFAULTS_FILE" ]] || fail "velora-defaults takes another store"
+    velora-defaults write Packaged --string yes
+    [[ $(velora-defaults read Packaged) == yes ]] || fail "velora-defaults does not read what it wrote"
 }
 
 # The manual page is looked for in the package: containers are often told to install none.
@@ -79,8 +106,9 @@ for standard in c++20 c++2b; do
     try_compiler g++ "$standard"
     try_compiler clang++-16 "$standard"
 done
-cmake -S tests/consumer -B "$work/cmake" -G Ninja -DCONSUMER_WANTS_TOOLS=ON >"$work/cmake.log"
+try_cmake
 try_tools
+try_work_of_tools
 trap - EXIT
 remove_packages
 

@@ -3,8 +3,9 @@
 
     scripts/look-at-docs.py SITE SCREENSHOTS [PAGE...]
 
-Saves a picture of each page in each way, and fails if a page is wider than a phone. With no pages named, those that
-are no list of the reference: the guide, and a class.
+Saves a picture of each page in each way, and fails if a page is wider than the window, cuts text off without a scroll
+bar, or has text that differs too little from what is behind it: a contrast below 4.5:1, what WCAG 2 asks of text at
+level AA. With no pages named, those that are no list of the reference: the guide, and a class.
 
 It talks to the browser by a pair of pipes (--remote-debugging-pipe), so nothing else is needed.
 """
@@ -34,8 +35,39 @@ MEASURE = """(width => {
                                || scrolls(e.parentElement));
     const outside = [...document.body.querySelectorAll("*")].filter(
         e => e.getBoundingClientRect().right > width + 1 && getComputedStyle(e).position !== "absolute" && !scrolls(e));
-    return JSON.stringify({excess, height: page.scrollHeight + page.offsetTop,
-        culprit: outside.length ? outside[0].outerHTML.slice(0, 160) : ""});
+
+    const shown = [...document.body.querySelectorAll("*")].filter(
+        e => e instanceof HTMLElement && e.checkVisibility({checkVisibilityCSS: true}) && e.innerText?.trim());
+    const hides = way => way === "hidden" || way === "clip";
+    // The menu's button is a picture; its words are for who does not see it.
+    const cut = shown.filter(e => {
+        const style = getComputedStyle(e);
+        return e.clientWidth > 0 && !e.matches(".main-menu-btn") && (
+            hides(style.overflowX) && e.scrollWidth > e.clientWidth + 1 ||
+            hides(style.overflowY) && e.scrollHeight > e.clientHeight + 1);
+    });
+
+    // Colours as red, green, blue and opacity; luminance and contrast as WCAG 2 defines them.
+    const colour = text => { const [r, g, b, a = 1] = text.match(/[\\d.]+/g).map(Number); return [r, g, b, a]; };
+    const over = ([r, g, b, a], [R, G, B]) => [r * a + R * (1 - a), g * a + G * (1 - a), b * a + B * (1 - a), 1];
+    const behind = e => e ? over(colour(getComputedStyle(e).backgroundColor), behind(e.parentElement))
+                          : [255, 255, 255, 1];
+    const luminance = c => c.slice(0, 3).map(v => v / 255)
+        .map(v => v <= 0.04045 ? v / 12.92 : ((v + 0.055) / 1.055) ** 2.4)
+        .reduce((sum, v, i) => sum + v * [0.2126, 0.7152, 0.0722][i], 0);
+    const contrast = e => {
+        const back = behind(e), text = over(colour(getComputedStyle(e).color), back);
+        const [dark, light] = [luminance(back), luminance(text)].sort((a, b) => a - b);
+        return (light + 0.05) / (dark + 0.05);
+    };
+    const hasText = e => [...e.childNodes].some(node => node.nodeType === Node.TEXT_NODE && node.data.trim());
+    const read = shown.filter(hasText);
+    const faint = read.filter(e => contrast(e) < 4.5);
+
+    const name = e => e.outerHTML.replace(/\\s+/g, " ").slice(0, 160);
+    return JSON.stringify({excess, height: page.scrollHeight + page.offsetTop, read: read.length,
+        culprit: outside.length ? name(outside[0]) : "", cut: cut.map(name),
+        faint: faint.map(e => `${contrast(e).toFixed(1)}:1 ${name(e)}`)});
 })"""
 
 
@@ -85,15 +117,18 @@ class Browser:
         result = self.call("Runtime.evaluate", expression=expression, awaitPromise=True, returnByValue=True)
         return result["result"].get("value")
 
-    def show(self, page, width, height, scheme):
+    def show(self, page, width, height):
         self.call("Emulation.setDeviceMetricsOverride", width=width, height=height, deviceScaleFactor=1,
                   mobile=width < 768)
-        self.call("Emulation.setEmulatedMedia", features=[{"name": "prefers-color-scheme", "value": scheme}])
         self.call("Page.navigate", url=page.as_uri())
-        # The scripts of the page lay it out when it is loaded.
+        # The scripts of the page lay it out when it is loaded, and unfold the list of pages.
         self.value("""new Promise(done => {
-            const later = () => setTimeout(done, 300);
+            const isMoving = () => window.jQuery && jQuery(":animated").length > 0;
+            const later = () => setTimeout(() => isMoving() ? later() : done(), 300);
             document.readyState === "complete" ? later() : addEventListener("load", later); })""")
+
+    def measure(self, width, scheme):
+        self.call("Emulation.setEmulatedMedia", features=[{"name": "prefers-color-scheme", "value": scheme}])
         return json.loads(self.value(f"{MEASURE}({width})"))
 
     def save(self, width, height, file):
@@ -113,6 +148,20 @@ class Browser:
             self.process.kill()
 
 
+def complaints(seen):
+    """What is wrong with a page, a line each; of elements of one kind, the first ones."""
+    lines = []
+    if seen["excess"] > 0:
+        lines.append(f"{seen['excess']} pixels too wide: {seen['culprit']}")
+    if seen["read"] == 0:
+        lines.append("no text was found")
+    for word in ("cut", "faint"):
+        lines += [f"{word}: {element}" for element in seen[word][:5]]
+        if len(seen[word]) > 5:
+            lines.append(f"{word}: {len(seen[word]) - 5} more")
+    return lines
+
+
 def main():
     site, folder = pathlib.Path(sys.argv[1]).resolve(), pathlib.Path(sys.argv[2])
     pages = [site / name for name in sys.argv[3:]]
@@ -123,22 +172,24 @@ def main():
     if not pages or not all(page.is_file() for page in pages):
         sys.exit(f"look-at-docs: {site} lacks pages")
     folder.mkdir(parents=True, exist_ok=True)
-    too_wide = 0
+    wrong = 0
     with tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as profile:
         browser = Browser(profile)
         for page in pages:
             for view, (width, height) in VIEWS.items():
+                browser.show(page, width, height)
                 for scheme in SCHEMES:
-                    seen = browser.show(page, width, height, scheme)
+                    seen = browser.measure(width, scheme)
                     whole = max(min(seen["height"], 6000), height) if view == "phone" else None
                     browser.save(width, whole, folder / f"{page.stem}-{view}-{scheme}.png")
-                    if seen["excess"] > 0:
-                        too_wide += 1
-                        print(f"{page.name}, {view}, {scheme}: {seen['excess']} pixels too wide: {seen['culprit']}")
+                    lines = complaints(seen)
+                    wrong += bool(lines)
+                    for line in lines:
+                        print(f"{page.name}, {view}, {scheme}: {line}")
         browser.end()
-    print(f"{len(pages)} pages seen in {len(VIEWS) * len(SCHEMES)} ways, {too_wide} of them too wide; "
+    print(f"{len(pages)} pages seen in {len(VIEWS) * len(SCHEMES)} ways, {wrong} with something wrong; "
           f"the pictures: {folder}")
-    sys.exit(1 if too_wide else 0)
+    sys.exit(1 if wrong else 0)
 
 
 if __name__ == "__main__":

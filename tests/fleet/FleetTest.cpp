@@ -19,6 +19,7 @@
 #include <string>
 #include <string_view>
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -44,6 +45,7 @@ namespace {
 
 constexpr std::chrono::seconds patience{300};
 constexpr std::string_view textOfLine = "> line ";
+constexpr int rotationsOfFile = 7;
 
 /// How many lines go through rotations; fewer where a sanitizer makes each slow.
 int lineCount() {
@@ -104,9 +106,9 @@ std::vector<int> numbersOf(const std::string& text) {
     return numbers;
 }
 
-std::vector<int> numbersUpTo(int last) {
-    std::vector<int> numbers(static_cast<std::size_t>(last));
-    std::iota(numbers.begin(), numbers.end(), 1);
+std::vector<int> numbersFrom(int first, int last) {
+    std::vector<int> numbers(static_cast<std::size_t>(last - first + 1));
+    std::iota(numbers.begin(), numbers.end(), first);
     return numbers;
 }
 
@@ -153,9 +155,9 @@ public:
     }
 
     std::string systemLogSocket() const { return hostFolder_ + "/socket"; }
-    std::string liveFile() const { return folder_ / "logs/app/session.log"; }
+    std::string liveFile(const std::string& program) const { return folder_ / ("logs/" + program + "/session.log"); }
 
-    /// The numbers of the lines that have arrived from the program (or file) of that name.
+    /// The numbers of the lines that have arrived from the source of that name.
     std::vector<int> arrived(const std::string& name) const {
         return numbersOf(velora::test::readFile(received(name)));
     }
@@ -219,14 +221,15 @@ private:
     RsyslogProcess host_;
 };
 
-/// A file that rotates about seven times over all lines, and keeps few archives.
+/// A file that rotates about `rotationsOfFile` times over so many lines, and keeps few archives.
 std::shared_ptr<AutoRotatingFileDestination> rotatingFile(const std::string& path, int lines, int& rotations) {
     constexpr int charactersOfLine = 70;
     auto file = make<AutoRotatingFileDestination>(
         nullptr, path, "fleet",
-        AutoRotatingFileDestination::Options{.maxFileSize = static_cast<std::uint64_t>(lines / 7 * charactersOfLine),
-                                             .maxTimeInterval = 0,
-                                             .targetMaxLogFiles = 2});
+        AutoRotatingFileDestination::Options{
+            .maxFileSize = static_cast<std::uint64_t>(lines / rotationsOfFile * charactersOfLine),
+            .maxTimeInterval = 0,
+            .targetMaxLogFiles = 2});
     // Archives of one second get distinct names.
     file->setArchiveSuffixDateFormatter(std::make_shared<velora::DateFormatter>("_yyyy-MM-dd_HHmmss.SSSSSS"));
     file->setAutoRotationCompletion([&rotations](bool success) { rotations += success ? 1 : 1'000'000; });
@@ -241,6 +244,26 @@ protected:
         if (!RsyslogProcess::isInstalled()) {
             GTEST_SKIP() << "rsyslog is not installed: there is no " << RsyslogProcess::program;
         }
+    }
+
+    /// Logs the lines after number `before` to the file of the program, and waits for their arrival.
+    void logThroughRotations(const std::string& program, int before, int lines) {
+        const auto logger = make<XCGLogger>(program, false);
+        int rotations = 0;
+        ASSERT_TRUE(logger->add(rotatingFile(fleet.liveFile(program), lines, rotations)));
+        int rotationsSeen = -1;
+        for (int line = before + 1; line <= before + lines; ++line) {
+            logger->info("line {}", line);
+            // A file that lives for less time than rsyslog takes to open it would not be seen.
+            if (rotations != std::exchange(rotationsSeen, rotations)) {
+                ASSERT_TRUE(fleet.waitForLine(program + ".session", line)) << "line " << line << '\n'
+                                                                           << fleet.complaints();
+            }
+        }
+        EXPECT_TRUE(logger->remove("fleet"));
+        EXPECT_TRUE(fleet.waitForLine(program + ".session", before + lines)) << fleet.complaints();
+        EXPECT_GE(rotations, 5);
+        EXPECT_LT(rotations, 1'000'000) << "a rotation failed";
     }
 
     Fleet fleet;
@@ -264,31 +287,21 @@ TEST_F(FleetTest, BringsTheLinesOfTheSystemLogToTheCentreOnceAndInOrder) {
 
     EXPECT_TRUE(fleet.waitForLine(program_invocation_short_name, lines)) << fleet.complaints();
     fleet.stop();
-    EXPECT_TRUE(areSame(fleet.arrived(program_invocation_short_name), numbersUpTo(lines)));
+    EXPECT_TRUE(areSame(fleet.arrived(program_invocation_short_name), numbersFrom(1, lines)));
 }
 
-TEST_F(FleetTest, BringsAFileThroughItsRotationsToTheCentreOnceAndInOrder) {
+TEST_F(FleetTest, BringsTheFilesOfTwoProgramsThroughTheirRotationsToTheCentreOnceAndInOrder) {
     ASSERT_EQ(fleet.startCentre(), std::nullopt);
     ASSERT_EQ(fleet.startHost(), std::nullopt);
-    const int lines = lineCount();
-    int rotations = 0;
-    ASSERT_TRUE(log->add(rotatingFile(fleet.liveFile(), lines, rotations)));
+    const int lines = lineCount() / 2;
 
-    int rotationsSeen = -1;
-    for (int line = 1; line <= lines; ++line) {
-        log->info("line {}", line);
-        // A file that lives for less time than rsyslog takes to open it would not be seen.
-        if (rotations != std::exchange(rotationsSeen, rotations)) {
-            ASSERT_TRUE(fleet.waitForLine("session", line)) << "line " << line << '\n' << fleet.complaints();
-        }
-    }
-    EXPECT_TRUE(log->remove("fleet"));
+    std::thread agent([this, lines] { logThroughRotations("agent", lines, lines); });
+    logThroughRotations("app", 0, lines);
+    agent.join();
 
-    EXPECT_TRUE(fleet.waitForLine("session", lines)) << fleet.complaints();
     fleet.stop();
-    EXPECT_TRUE(areSame(fleet.arrived("session"), numbersUpTo(lines)));
-    EXPECT_GE(rotations, 5);
-    EXPECT_LT(rotations, 1'000'000) << "a rotation failed";
+    EXPECT_TRUE(areSame(fleet.arrived("app.session"), numbersFrom(1, lines)));
+    EXPECT_TRUE(areSame(fleet.arrived("agent.session"), numbersFrom(lines + 1, 2 * lines)));
 }
 
 TEST_F(FleetTest, KeepsOnTheDiskWhatTheCentreCannotTake) {
@@ -296,7 +309,7 @@ TEST_F(FleetTest, KeepsOnTheDiskWhatTheCentreCannotTake) {
               std::nullopt);
     constexpr int lines = 5'000;
     int rotations = 0;
-    ASSERT_TRUE(log->add(rotatingFile(fleet.liveFile(), 100'000, rotations)));
+    ASSERT_TRUE(log->add(rotatingFile(fleet.liveFile("app"), 100'000, rotations)));
     for (int line = 1; line <= lines; ++line) {
         log->info("line {}", line);
     }
@@ -308,11 +321,11 @@ TEST_F(FleetTest, KeepsOnTheDiskWhatTheCentreCannotTake) {
     std::set<int> arrived;
     EXPECT_TRUE(waitUntil(
         [&] {
-            const std::vector<int> numbers = fleet.arrived("session");
+            const std::vector<int> numbers = fleet.arrived("app.session");
             arrived = {numbers.begin(), numbers.end()};
             return arrived.size() >= lines;
         },
         patience))
         << fleet.complaints();
-    EXPECT_TRUE(areSame({arrived.begin(), arrived.end()}, numbersUpTo(lines)));
+    EXPECT_TRUE(areSame({arrived.begin(), arrived.end()}, numbersFrom(1, lines)));
 }

@@ -81,11 +81,12 @@ int statusOfExample(const Example& example, const std::string& folder, const std
     return status;
 }
 
-/// What of an output is the same in every run: dates and times are not, nor are line numbers of other sources than
-/// the example itself.
+/// What of an output is the same in every run: dates and times are not, nor are folders, nor line numbers of other
+/// sources than the example itself.
 std::string lasting(const std::string& output, const Example& example) {
     static const std::regex time(R"(\d{4}-\d\d-\d\d|\b\d\d:\d\d(:\d\d)?(\.\d+)?)");
     static const std::regex place(R"(\[([^\[\]]+\.cpp):\d+\])");
+    static const std::regex folder(R"(file:///\S*/)");
     std::istringstream lines(output);
     std::string result;
     for (std::string line; std::getline(lines, line);) {
@@ -93,6 +94,7 @@ std::string lasting(const std::string& output, const Example& example) {
             continue;
         }
         line = std::regex_replace(line, time, "#");
+        line = std::regex_replace(line, folder, "file:///#/");
         if (line.find("[" + example.file + ":") == std::string::npos) {
             line = std::regex_replace(line, place, "[$1:#]");
         }

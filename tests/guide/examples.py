@@ -12,6 +12,7 @@ it prints. What only the tests need stands in HTML comments, which no viewer sho
     <!-- after          code after the last one, such as expect(readFile("app.log") == "…");
     <!-- as file hello.cpp -->               what the last example takes for its file's name; else app.cpp
     <!-- shows lines that contain "x" -->    the output of the last example has only these lines
+    <!-- runs in /var/log/app/ /x/ -->  what the page's examples call the folder that the tests run them in
 
 Lines of an example count from its first one, as the reader counts them.
 """
@@ -27,9 +28,18 @@ class Example:
         self.file, self.shown, self.after, self.output = "app.cpp", "", None, None
 
 
+def in_own_folder(code, folders):
+    """The code with paths below the folders that it runs in. No other path of the machine may be written to."""
+    for folder in folders:
+        code = code.replace(f'"{folder}', '"')
+    if path := re.search(r'"/(?:etc|home|opt|run|srv|tmp|usr|var)/[^"]*"', code):
+        sys.exit(f"an example would write to {path[0]}: say that it runs there, or use a name without a folder")
+    return code
+
+
 def parse(text):
     """The page's declarations, each as its line and code, and its examples."""
-    declarations, examples, before = [], [], None
+    declarations, examples, before, folders = [], [], None, []
     token = re.compile(r"^```(?P<language>[^\n]*)\n(?P<code>.*?)^```$|<!-- (?P<comment>.*?)-->", re.S | re.M)
     for match in token.finditer(text):
         line = text.count("\n", 0, match.start()) + 2
@@ -54,10 +64,14 @@ def parse(text):
                 examples[-1].after = (line, rest)
             elif name := re.fullmatch(r"as file (\S+) ", word):
                 examples[-1].file = name[1]
+            elif named := re.fullmatch(r"runs in ((?:/\S+/ )+)", word):
+                folders.extend(named[1].split())
             elif shown := re.fullmatch(r'shows lines that contain "(.*)" ', word):
                 examples[-1].shown = shown[1]
             else:
                 sys.exit(f"line {line}: a comment that is none of this script's: {word}")
+    for example in examples:
+        example.code = in_own_folder(example.code, folders)
     return declarations, examples
 
 
