@@ -10,17 +10,11 @@
 #include <spawn.h>
 #include <sstream>
 #include <string>
+#include <support/ForksWithThreads.h>
 #include <support/TemporaryFolder.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
-
-#if defined(__SANITIZE_THREAD__)
-// Lets a child of a process with threads start threads: an example shows that.
-extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options() {  // NOLINT
-    return "die_after_fork=0";
-}
-#endif
 
 namespace velora::test {
 namespace {

@@ -2,7 +2,6 @@
 // `operator new` of its own, which fails when a test wants.
 
 #include <atomic>
-#include <cstdlib>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -23,6 +22,7 @@
 #include <Velora_UserDefaults/XCGLogger/UserInfoTagging.h>
 
 #include "reliability/LoggedLines.h"
+#include "support/OwnAllocation.h"
 #include "support/TemporaryFolder.h"
 
 namespace velora::test {
@@ -59,44 +59,12 @@ private:
     static inline std::atomic<int> failed = 0;
 };
 
-void* memory(std::size_t size, std::size_t alignment = alignof(std::max_align_t)) {
-    FailingMemory::ask();
-    void* const result = std::aligned_alloc(alignment, (size + alignment) / alignment * alignment);
-    return result == nullptr ? throw std::bad_alloc() : result;
-}
-
 }  // namespace
-}  // namespace velora::test
 
-void* operator new(std::size_t size) {
-    return velora::test::memory(size);
-}
-void* operator new[](std::size_t size) {
-    return velora::test::memory(size);
-}
-void* operator new(std::size_t size, std::align_val_t alignment) {
-    return velora::test::memory(size, static_cast<std::size_t>(alignment));
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::align_val_t /*alignment*/) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t /*size*/, std::align_val_t /*alignment*/) noexcept {
-    std::free(memory);
+void allocationIsAsked(std::size_t /*size*/) {
+    FailingMemory::ask();
 }
 
-namespace velora::test {
 namespace {
 
 using testing::HasSubstr;

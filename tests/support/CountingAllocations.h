@@ -1,8 +1,8 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdlib>
-#include <new>
+
+#include "support/OwnAllocation.h"
 
 /// Counts how often the program asks for memory. For programs of one source file: this header replaces the
 /// program's `operator new` and `operator delete`.
@@ -29,35 +29,9 @@ AllocationCounts allocationsOf(Work work) {
     return {.all = allocationCounts.all - before.all, .huge = allocationCounts.huge - before.huge};
 }
 
-inline void* countedMemory(std::size_t size) {
+inline void allocationIsAsked(std::size_t size) {
     ++allocationCounts.all;
     allocationCounts.huge += size >= hugeSize ? 1 : 0;
-    void* const memory = std::malloc(size == 0 ? 1 : size);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
 }
 
 }  // namespace velora::test
-
-// NOLINTBEGIN(misc-definitions-in-headers): replacements may not be inline
-void* operator new(std::size_t size) {
-    return velora::test::countedMemory(size);
-}
-void* operator new[](std::size_t size) {
-    return velora::test::countedMemory(size);
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
-}
-// NOLINTEND(misc-definitions-in-headers)

@@ -21,16 +21,10 @@
 #include "XCGLogger/Destinations/DestinationTestSupport.h"
 #include "XCGLogger/Destinations/FileDestinationThreadsTestSupport.h"
 #include "support/ForkedChild.h"
+#include "support/ForksWithThreads.h"
 #include "support/OwnProcess.h"
 #include "support/RecordingDestination.h"
 #include "support/TemporaryFolder.h"
-
-#if defined(__SANITIZE_THREAD__)
-// Lets a child of a process with threads start threads: that is what the fork tests are about.
-extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options() {  // NOLINT
-    return "die_after_fork=0";
-}
-#endif
 
 namespace velora::test {
 namespace {

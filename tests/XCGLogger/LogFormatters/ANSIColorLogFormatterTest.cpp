@@ -6,6 +6,8 @@
 
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/ANSIColorLogFormatter.h>
 
+#include "XCGLogger/LogFormatters/FormatterTestSupport.h"
+
 namespace velora::test {
 namespace {
 
@@ -15,14 +17,6 @@ using ::testing::StartsWith;
 
 static_assert(!std::is_default_constructible_v<ANSIColorLogFormatter>);
 static_assert(std::is_constructible_v<ANSIColorLogFormatter, Making>);
-
-std::string formatted(LogFormatterProtocol& formatter, Level level, std::string message = "hi") {
-    LogDetails details;
-    details.level = level;
-    const std::string& returned = formatter.format(details, message);
-    EXPECT_EQ(&returned, &message);
-    return message;
-}
 
 TEST(ANSIColorLogFormatter, HasTheControlSequencesOfATerminal) {
     EXPECT_EQ(ANSIColorLogFormatter::escape, std::string_view("\x1b\x5b"));

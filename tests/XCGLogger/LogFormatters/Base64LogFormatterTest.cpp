@@ -1,21 +1,18 @@
 #include <gtest/gtest.h>
 #include <string>
+#include <utility>
 
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/Base64LogFormatter.h>
+
+#include "XCGLogger/LogFormatters/FormatterTestSupport.h"
 
 namespace velora::test {
 namespace {
 
 static_assert(!std::is_default_constructible_v<Base64LogFormatter>);
 
-std::string formatted(std::string message) {
-    const auto formatter = make<Base64LogFormatter>();
-    LogDetails details;
-    details.message = "the record's";
-    const std::string& returned = formatter->format(details, message);
-    EXPECT_EQ(&returned, &message);
-    EXPECT_EQ(details.message, "the record's");
-    return message;
+std::string formatted(std::string line) {
+    return test::formatted(*make<Base64LogFormatter>(), Level::info, std::move(line));
 }
 
 TEST(Base64LogFormatter, EncodesTheTestVectorsOfItsStandard) {
@@ -61,14 +58,8 @@ TEST(Base64LogFormatter, LeavesAMessageThatIsNoUTF8AsItIs) {
     EXPECT_EQ(formatted("\xc0\x80"), "\xc0\x80");
 }
 
-class Subclass : public Base64LogFormatter {
-public:
-    using Base64LogFormatter::Base64LogFormatter;
-};
-
 TEST(Base64LogFormatter, DescribesItselfByTheNameOfItsClass) {
-    EXPECT_EQ(make<Base64LogFormatter>()->debugDescription(), "Base64LogFormatter");
-    EXPECT_EQ(make<Subclass>()->debugDescription(), "Subclass");
+    expectDescribesItselfByItsClass<Base64LogFormatter>("Base64LogFormatter");
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/ANSIColorLogFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/EscapingLogFormatter.h>
 
+#include "XCGLogger/LogFormatters/FormatterTestSupport.h"
 #include "support/CountingAllocations.h"
 #include "support/RecordingDestination.h"
 #include "support/TemporaryFolder.h"
@@ -24,14 +25,8 @@ using namespace std::string_literals;
 
 static_assert(!std::is_default_constructible_v<EscapingLogFormatter>);
 
-std::string formatted(std::string message) {
-    const auto formatter = make<EscapingLogFormatter>();
-    LogDetails details;
-    details.message = "the record's";
-    const std::string& returned = formatter->format(details, message);
-    EXPECT_EQ(&returned, &message);
-    EXPECT_EQ(details.message, "the record's");
-    return message;
+std::string formatted(std::string line) {
+    return test::formatted(*make<EscapingLogFormatter>(), Level::info, std::move(line));
 }
 
 void appendUTF8(std::string& text, std::uint32_t codePoint) {
@@ -195,14 +190,8 @@ TEST(EscapingLogFormatter, LeavesATerminalToTheColoursOfFormattersAfterIt) {
     EXPECT_TRUE(shown.starts_with("\x1b["));
 }
 
-class Subclass : public EscapingLogFormatter {
-public:
-    using EscapingLogFormatter::EscapingLogFormatter;
-};
-
 TEST(EscapingLogFormatter, DescribesItselfByTheNameOfItsClass) {
-    EXPECT_EQ(make<EscapingLogFormatter>()->debugDescription(), "EscapingLogFormatter");
-    EXPECT_EQ(make<Subclass>()->debugDescription(), "Subclass");
+    expectDescribesItselfByItsClass<EscapingLogFormatter>("EscapingLogFormatter");
 }
 
 }  // namespace

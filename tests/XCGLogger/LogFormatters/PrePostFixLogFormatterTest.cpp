@@ -5,6 +5,8 @@
 
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/PrePostFixLogFormatter.h>
 
+#include "XCGLogger/LogFormatters/FormatterTestSupport.h"
+
 namespace velora::test {
 namespace {
 
@@ -12,14 +14,6 @@ using ::testing::ElementsAreArray;
 using ::testing::StartsWith;
 
 static_assert(!std::is_default_constructible_v<PrePostFixLogFormatter>);
-
-std::string formatted(LogFormatterProtocol& formatter, Level level, std::string message = "hi") {
-    LogDetails details;
-    details.level = level;
-    const std::string& returned = formatter.format(details, message);
-    EXPECT_EQ(&returned, &message);
-    return message;
-}
 
 TEST(PrePostFixLogFormatter, StartsWithoutTexts) {
     const auto formatter = make<PrePostFixLogFormatter>();

@@ -6,6 +6,8 @@
 
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/XcodeColorsLogFormatter.h>
 
+#include "XCGLogger/LogFormatters/FormatterTestSupport.h"
+
 namespace velora::test {
 namespace {
 
@@ -14,14 +16,6 @@ using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
 static_assert(!std::is_default_constructible_v<XcodeColorsLogFormatter>);
-
-std::string formatted(LogFormatterProtocol& formatter, Level level, std::string message = "hi") {
-    LogDetails details;
-    details.level = level;
-    const std::string& returned = formatter.format(details, message);
-    EXPECT_EQ(&returned, &message);
-    return message;
-}
 
 TEST(XcodeColorsLogFormatter, HasItsControlSequences) {
     EXPECT_EQ(XcodeColorsLogFormatter::escape, std::string_view("\x1b\x5b"));
