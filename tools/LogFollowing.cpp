@@ -10,8 +10,8 @@
 #include <unistd.h>
 #include <utility>
 
+#include "Complaint.h"
 #include "LogArchives.h"
-#include "LogComplaint.h"
 #include "LogReader.h"
 #include "LogScanner.h"
 

@@ -12,8 +12,8 @@
 #include <Velora_UserDefaults/Platform/Date.h>
 #include <Velora_UserDefaults/Platform/FileManager.h>
 
+#include "Complaint.h"
 #include "LogArchives.h"
-#include "LogComplaint.h"
 #include "LogProgress.h"
 #include "LogReader.h"
 #include "LogTime.h"

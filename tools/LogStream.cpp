@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 #include <utility>
 
-#include "LogComplaint.h"
+#include "Complaint.h"
 
 namespace velora {
 

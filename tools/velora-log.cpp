@@ -1,6 +1,5 @@
 // velora-log: reads the log files of the library and looks after their archives.
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
@@ -13,8 +12,9 @@
 
 #include <Velora_UserDefaults/Platform/Date.h>
 
+#include "CommandLine.h"
+#include "Complaint.h"
 #include "LogArchives.h"
-#include "LogComplaint.h"
 #include "LogDecoding.h"
 #include "LogFilter.h"
 #include "LogFollowing.h"
@@ -28,6 +28,11 @@
 namespace velora {
 
 namespace {
+
+// What a script can rely on; as grep(1) has it.
+constexpr int found = 0;
+constexpr int foundNothing = 1;
+constexpr int failed = badUsage;
 
 /// What the command line asks for.
 struct Request {
@@ -172,12 +177,10 @@ int decode(const Request& request) {
 }
 
 /// The commands and their options.
-class CommandLine {
+class Commands {
 public:
-    CommandLine() {
-        app_.set_version_flag("--version", "velora-log " VELORA_VERSION);
-        app_.require_subcommand(1);
-        app_.footer("Exit status: 0 something was found, 1 nothing was, 2 something failed or bad usage.");
+    Commands() {
+        setUp(app_, "Exit status: 0 something was found, 1 nothing was, 2 something failed or bad usage.");
         for (CLI::App* command : {archives_, prune_, purge_}) {
             command->add_option("FOLDER", request_.folder, "the folder with the archives")->required();
             command->add_option("--identifier", request_.identifier,
@@ -205,18 +208,9 @@ public:
     }
 
     /// Parses and runs. Returns the exit status.
-    int run(int count, char** arguments) {
-        try {
-            app_.parse(count, arguments);
-        } catch (const CLI::Success& help) {
-            app_.exit(help, std::cout, std::cerr);
-            return found;
-        } catch (const CLI::ParseError& error) {
-            complain(error.what());
-            std::cerr << "Run with --help for more information.\n";
-            return failed;
-        }
-        return runCommand();
+    int run(const std::vector<std::string>& arguments) {
+        const auto status = statusOfParsing(app_, arguments);
+        return status ? *status : runCommand();
     }
 
 private:
@@ -337,5 +331,5 @@ private:
 }  // namespace velora
 
 int main(int count, char** arguments) {
-    return velora::CommandLine().run(count, arguments);
+    return velora::Commands().run({arguments + 1, arguments + count});
 }
