@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <fmt/format.h>
-#include <iostream>
 #include <optional>
 #include <string>
 #include <vector>
@@ -106,15 +105,16 @@ int remove(const Request& request, std::size_t keep) {
         return failed;
     }
     const std::vector<ArchivedLogFile> unwanted = allButNewest(*archives, keep);
-    const bool isDone = removeArchives(unwanted, request.isOnlyTried);
-    std::cout.flush();
-    return statusOf(!unwanted.empty(), !isDone);
+    LogOutput output(/*isColored=*/false);
+    const bool isDone = removeArchives(unwanted, request.isOnlyTried, output);
+    return finished(output, !unwanted.empty(), !isDone);
 }
 
 int show(const Request& request) {
     LogStream stream(filesToRead(request), request.filter);
     LogOutput output(usesColor(request.color));
     output.setBeforeWriting([&stream] { stream.progress().clear(); });
+    stream.setBeforeReading([&output] { output.flush(); });
     while (const auto record = stream.next()) {
         output.print(*record);
         if (output.error() != 0) {
@@ -125,9 +125,13 @@ int show(const Request& request) {
 }
 
 int followFile(const Request& request) {
+    const std::string& path = request.files.front();
+    if (const std::string reason = whyNotFollowed(path); !reason.empty()) {
+        complain(reason);
+        return failed;
+    }
     LogOutput output(usesColor(request.color));
-    follow({.path = request.files.front(), .archiveFolder = request.archiveFolder, .lines = request.lines},
-           request.filter, output);
+    follow({.path = path, .archiveFolder = request.archiveFolder, .lines = request.lines}, request.filter, output);
     return finished(output, output.hasPrinted(), /*hasFailed=*/false);
 }
 
@@ -153,6 +157,7 @@ bool decodeFile(Descriptor file, const std::string& path, LogOutput& output, boo
             output.print(decoded ? std::string_view(*decoded) : line);
             output.print("\n");
         }
+        output.flush();
     }
     if (reader.error() != 0) {
         complain(fmt::format("{}: {}", path, reasonOf(reader.error())));
@@ -281,11 +286,11 @@ private:
     }
 
     void setSpan(const std::string& text) {
-        const Date now = currentDate();
-        const auto begin = parsedMoment(text, now);
-        const auto span = begin ? std::chrono::floor<std::chrono::minutes>(now - *begin) : std::chrono::minutes(0);
-        if (span <= std::chrono::minutes(0) || span > std::chrono::hours(24)) {
-            throw CLI::ValidationError("--every", fmt::format("'{}' is no duration from a minute to a day", text));
+        const auto seconds = parsedDuration(text);
+        const auto span = std::chrono::floor<std::chrono::minutes>(seconds.value_or(std::chrono::seconds(0)));
+        if (span <= std::chrono::minutes(0) || span > std::chrono::hours(24) || span != seconds) {
+            throw CLI::ValidationError("--every",
+                                       fmt::format("'{}' is no duration of whole minutes, a day at most", text));
         }
         request_.span = span;
     }
