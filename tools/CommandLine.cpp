@@ -13,7 +13,7 @@ void setUp(CLI::App& app, const std::string& footer) {
 }
 
 std::optional<int> statusOfParsing(CLI::App& app, const std::vector<std::string>& arguments,
-                                   std::string (*reworded)(std::string message)) {
+                                   std::string (*reworded)(const std::string& message)) {
     try {
         // The parser takes them from the end.
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));

@@ -18,6 +18,6 @@ void setUp(CLI::App& app, const std::string& footer);
 /// or the version is printed then, or what is wrong is told, in words that `reworded` may change.
 std::optional<int> statusOfParsing(
     CLI::App& app, const std::vector<std::string>& arguments,
-    std::string (*reworded)(std::string message) = [](std::string message) { return message; });
+    std::string (*reworded)(const std::string& message) = [](const std::string& message) { return message; });
 
 }  // namespace velora

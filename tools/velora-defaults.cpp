@@ -31,7 +31,8 @@ constexpr int failed = 1;
 constexpr int refused = badUsage;
 
 /// The parser's message without the "--" that its arguments were given.
-std::string withoutDoubleDash(std::string message) {
+std::string withoutDoubleDash(const std::string& original) {
+    std::string message = original;
     for (std::size_t at = message.find(" --"); at != std::string::npos; at = message.find(" --", at + 1)) {
         if (at + 3 == message.size() || message[at + 3] == ' ') {
             return message.erase(at, 3);
