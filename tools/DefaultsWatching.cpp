@@ -38,7 +38,7 @@ Values valuesOf(const DefaultsStore& store) {
 
 std::string shown(const Values& values, const std::string& key) {
     const auto found = values.find(key);
-    return found == values.end() ? "(absent)" : printable(found->second);
+    return found == values.end() ? "(absent)" : printableJSON(found->second);
 }
 
 /// Prints the differences, `most` of them, and returns how many it printed.

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <string_view>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <Velora_UserDefaults/Platform/FileManager.h>
 
@@ -29,18 +30,56 @@ struct NameOfLiveFile {
         return archive.size() > base.size() + extension.size() && archive.starts_with(base) &&
                archive.ends_with(extension);
     }
-    /// What stands between base and extension.
-    std::string_view suffix(std::string_view archive) const {
-        return archive.substr(base.size(), archive.size() - base.size() - extension.size());
-    }
 };
 
-/// Whether `suffix` is what rotation puts into a name by default: "_2024-03-01_154502".
+/// What rotation puts into a name by default: "_2024-03-01_154502".
+constexpr std::string_view defaultSuffix = "_dddd-dd-dd_dddddd";
+
 bool isDefaultSuffix(std::string_view suffix) {
-    constexpr std::string_view form = "_dddd-dd-dd_dddddd";
-    return suffix.size() == form.size() &&
-           std::equal(suffix.begin(), suffix.end(), form.begin(),
+    return suffix.size() == defaultSuffix.size() &&
+           std::equal(suffix.begin(), suffix.end(), defaultSuffix.begin(),
                       [](char is, char form) { return form == 'd' ? is >= '0' && is <= '9' : is == form; });
+}
+
+/// The base of the log file whose archive has the name `archive`, if that ends in a default suffix.
+std::optional<std::string_view> baseBeforeDefaultSuffix(std::string_view archive, const std::string& extension) {
+    const std::string_view stem = archive.substr(0, archive.size() - extension.size());
+    if (!archive.ends_with(extension) || stem.size() < defaultSuffix.size()) {
+        return std::nullopt;
+    }
+    const std::size_t size = stem.size() - defaultSuffix.size();
+    return isDefaultSuffix(stem.substr(size)) ? std::optional(stem.substr(0, size)) : std::nullopt;
+}
+
+/// Whether the file named `archive` is one of the log file with the name `name`, if its folder also has log files
+/// with the `longerNames`, which begin with that name.
+bool isArchiveOf(const NameOfLiveFile& name, std::string_view archive, const std::vector<NameOfLiveFile>& longerNames) {
+    const auto base = baseBeforeDefaultSuffix(archive, name.extension);
+    if (base && base->size() <= name.base.size()) {
+        return *base == name.base;
+    }
+    return name.fits(archive) &&
+           std::ranges::none_of(longerNames, [&](const NameOfLiveFile& longer) { return longer.fits(archive); });
+}
+
+/// Who owns what is at `path`.
+std::optional<uid_t> ownerOf(const std::string& path) {
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) == 0 ? std::optional(status.st_uid) : std::nullopt;
+}
+
+/// The folders in which rotation puts the archives of `liveFile` by default: beside it, or, if its name has no
+/// extension, the default log folder of the user who writes it. That is one of two, and not always was the same;
+/// one of another user holds nothing of this file.
+std::vector<std::string> defaultArchiveFolders(const std::string& liveFile, const std::string& liveFolder) {
+    if (!NameOfLiveFile(liveFile).extension.empty()) {
+        return {liveFolder};
+    }
+    const uid_t writer = ownerOf(liveFile).value_or(::geteuid());
+    const std::string temporary = FileManager::temporaryFolder();
+    std::vector<std::string> folders = {temporary + "/log", temporary + "/log-" + std::to_string(writer)};
+    std::erase_if(folders, [&](const std::string& folder) { return ownerOf(folder) != writer; });
+    return folders;
 }
 
 std::string nameOf(const std::string& path) {
@@ -50,6 +89,26 @@ std::string nameOf(const std::string& path) {
 std::vector<std::string> filesIn(const std::string& folder) {
     auto paths = FileManager::contentsOfFolder(folder, /*skipHidden=*/true);
     return paths ? *std::move(paths) : std::vector<std::string>();
+}
+
+/// The files in `folder` that are marked as archives, and those that are named as archives of `name` are by default;
+/// oldest first.
+std::vector<std::string> archiveCandidates(const std::string& folder, const NameOfLiveFile& name) {
+    std::vector<std::string> paths;
+    if (const auto marked = archivesIn(folder, std::nullopt)) {
+        for (const ArchivedLogFile& archive : *marked) {
+            paths.insert(paths.begin(), archive.path);
+        }
+    }
+    std::vector<std::string> others = filesIn(folder);
+    std::ranges::sort(others);
+    for (const std::string& other : others) {
+        if (std::ranges::find(paths, other) == paths.end() && isRegularFile(other) &&
+            baseBeforeDefaultSuffix(nameOf(other), name.extension) == name.base) {
+            paths.push_back(other);
+        }
+    }
+    return paths;
 }
 
 }  // namespace
@@ -69,23 +128,12 @@ std::vector<std::string> archivesOfLiveFile(const std::string& liveFile, const s
     const std::filesystem::path path(liveFile);
     const NameOfLiveFile name(path);
     const std::string liveFolder = path.has_parent_path() ? path.parent_path().string() : ".";
-    const std::string defaultFolder = name.extension.empty() ? FileManager::temporaryFolder() + "/log" : liveFolder;
-    const std::string& archiveFolder = folder.empty() ? defaultFolder : folder;
 
     std::vector<std::string> paths;
-    if (const auto marked = archivesIn(archiveFolder, std::nullopt)) {
-        for (const ArchivedLogFile& archive : *marked) {
-            paths.insert(paths.begin(), archive.path);
-        }
-    }
-    std::vector<std::string> others = filesIn(archiveFolder);
-    std::ranges::sort(others);
-    for (const std::string& other : others) {
-        const std::string otherName = nameOf(other);
-        if (std::ranges::find(paths, other) == paths.end() && name.fits(otherName) &&
-            isDefaultSuffix(name.suffix(otherName))) {
-            paths.push_back(other);
-        }
+    for (const std::string& archiveFolder :
+         folder.empty() ? defaultArchiveFolders(liveFile, liveFolder) : std::vector{folder}) {
+        const std::vector<std::string> archives = archiveCandidates(archiveFolder, name);
+        paths.insert(paths.end(), archives.begin(), archives.end());
     }
     std::vector<NameOfLiveFile> longerNames;
     for (const std::string& other : filesIn(liveFolder)) {
@@ -95,11 +143,7 @@ std::vector<std::string> archivesOfLiveFile(const std::string& liveFile, const s
             longerNames.push_back(otherName);
         }
     }
-    std::erase_if(paths, [&](const std::string& archive) {
-        const std::string archiveName = nameOf(archive);
-        return !name.fits(archiveName) ||
-               std::ranges::any_of(longerNames, [&](const NameOfLiveFile& longer) { return longer.fits(archiveName); });
-    });
+    std::erase_if(paths, [&](const std::string& archive) { return !isArchiveOf(name, nameOf(archive), longerNames); });
     return paths;
 }
 

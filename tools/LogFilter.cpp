@@ -63,6 +63,10 @@ bool needsNoEscape(std::string_view name) {
 
 }  // namespace
 
+bool LogFilter::hasConditions() const {
+    return level || since || until || !text.empty() || pattern || !file.empty() || !thread.empty();
+}
+
 bool LogFilter::accepts(const LogHead& head, std::string_view record) const {
     if (level && (!head.level || *head.level < *level)) {
         return false;
@@ -78,8 +82,8 @@ bool LogFilter::accepts(const LogHead& head, std::string_view record) const {
     }
     if (!file.empty() || !thread.empty()) {
         const LogColumns columns = columnsOf(record, head);
-        if ((!file.empty() && columns.file != file) ||
-            (!thread.empty() && columns.thread != thread && (columns.logger != thread || head.isJSON))) {
+        const bool isOnThread = columns.thread == thread || (columns.mayLackThread && columns.logger == thread);
+        if ((!file.empty() && columns.file != file) || (!thread.empty() && !isOnThread)) {
             return false;
         }
     }

@@ -40,6 +40,8 @@ struct LogFilter {
     std::string file;
     std::string thread;
 
+    /// Whether there is any.
+    bool hasConditions() const;
     /// Whether a record with the head `head` meets them. `record` has all of its lines.
     bool accepts(const LogHead& head, std::string_view record) const;
 

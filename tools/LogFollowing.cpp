@@ -3,15 +3,18 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <ctime>
 #include <fmt/format.h>
+#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
+#include "Complaint.h"
 #include "LogArchives.h"
-#include "LogComplaint.h"
 #include "LogReader.h"
 #include "LogScanner.h"
 
@@ -19,11 +22,14 @@ namespace velora {
 
 namespace {
 
-constexpr std::size_t sampleSize = std::size_t{64} * 1024;
 constexpr std::size_t pieceSize = std::size_t{64} * 1024;
 // A line that is longer is shown in parts.
 constexpr std::size_t longestLine = std::size_t{64} * 1024 * 1024;
 constexpr timespec betweenLooks{.tv_sec = 0, .tv_nsec = 100'000'000};
+// A writer of the library finds out within a second that its file was renamed.
+constexpr std::chrono::seconds longestStay{2};
+// Others than the last ones have no writer any more, or this program could not keep up anyway.
+constexpr std::size_t mostLeftFiles = 16;
 
 volatile std::sig_atomic_t isAskedToEnd = 0;
 
@@ -50,7 +56,8 @@ std::optional<FileIdentity> identityOf(const std::string& path) {
 /// A file that is read as it grows.
 class GrowingFile {
 public:
-    explicit GrowingFile(Descriptor file) : file_(std::move(file)) {
+    GrowingFile(Descriptor file, const LogFilter& filter)
+        : file_(std::move(file)), scanner_(filter), isFiltered_(filter.hasConditions()) {
         struct stat status {};
         if (::fstat(file_.number(), &status) == 0) {
             identity_ = {status.st_dev, status.st_ino};
@@ -59,45 +66,41 @@ public:
 
     const FileIdentity& identity() const { return identity_; }
 
-    /// Goes to the beginning of the last `lines` lines.
+    /// Goes to the beginning of the last `lines` lines; with a filter, to that of the record they begin in, which
+    /// alone tells whether the filter accepts them.
     void skipToLastLines(std::size_t lines) {
-        off_t end = size();
-        std::string piece;
-        offset_ = end;
-        std::size_t feeds = 0;
-        while (end > 0) {
-            const off_t begin = std::max<off_t>(0, end - static_cast<off_t>(pieceSize));
-            piece.resize(static_cast<std::size_t>(end - begin));
-            const ssize_t got = ::pread(file_.number(), piece.data(), piece.size(), begin);
-            for (ssize_t index = got - 1; index >= 0; --index) {
-                const bool isLast = begin + index + 1 == offset_;
-                if (piece[static_cast<std::size_t>(index)] == '\n' && !isLast && ++feeds == lines) {
-                    offset_ = begin + index + 1;
-                    return;
-                }
-            }
-            if (lines == 0) {
-                return;
-            }
-            end = begin;
+        offset_ = beginOfLastLines(lines);
+        if (!isFiltered_) {
+            return;
         }
-        offset_ = 0;
+        if (lines == 0) {
+            isInRecord_ = true;
+        } else {
+            learnLayout();
+            offset_ = beginOfRecord(offset_);
+        }
     }
 
-    /// Prints what has come since; with `isFinished` also a last line without an end.
-    void print(LogScanner& scanner, LogOutput& output, bool isFinished) {
-        if (size() < offset_) {
+    /// Notes how much is there now: as far as `print` goes.
+    void lookAtSize() {
+        known_ = size();
+        if (known_ < offset_) {
             offset_ = 0;
             pending_.clear();
             hasLayout_ = false;
+            isInRecord_ = false;
         }
+    }
+
+    /// Prints what had come when the size was looked at last; with `isFinished` also a last line without an end.
+    void print(LogOutput& output, bool isFinished) {
         while (readPiece()) {
             if (pending_.size() >= longestLine) {
-                printPending(pending_.size(), scanner, output);
+                printPending(pending_.size(), output);
             }
         }
         const std::size_t feed = pending_.rfind('\n');
-        printPending(isFinished ? pending_.size() : feed == std::string::npos ? 0 : feed + 1, scanner, output);
+        printPending(isFinished ? pending_.size() : feed == std::string::npos ? 0 : feed + 1, output);
     }
 
 private:
@@ -106,50 +109,100 @@ private:
         return ::fstat(file_.number(), &status) == 0 ? status.st_size : 0;
     }
 
+    /// What stands from `begin` to `end`.
+    std::string textAt(off_t begin, off_t end) const {
+        std::string text(static_cast<std::size_t>(std::max<off_t>(0, end - begin)), '\0');
+        const ssize_t got = ::pread(file_.number(), text.data(), text.size(), begin);
+        text.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+        return text;
+    }
+
+    off_t beginOfLastLines(std::size_t lines) const {
+        const off_t last = size();
+        std::size_t feeds = 0;
+        for (off_t end = last; end > 0 && lines > 0;) {
+            const off_t begin = std::max<off_t>(0, end - static_cast<off_t>(pieceSize));
+            const std::string piece = textAt(begin, end);
+            for (std::size_t index = piece.size(); index-- > 0;) {
+                const off_t next = begin + static_cast<off_t>(index) + 1;
+                if (piece[index] == '\n' && next != last && ++feeds == lines) {
+                    return next;
+                }
+            }
+            end = begin;
+        }
+        return lines == 0 ? last : 0;
+    }
+
+    /// Where the record begins to which the line at `offset` belongs.
+    off_t beginOfRecord(off_t offset) const {
+        const off_t end = std::min(size(), offset + static_cast<off_t>(pieceSize));
+        if (layout_.head(lineAt(textAt(offset, end), 0)).beginsRecord) {
+            return offset;
+        }
+        for (std::size_t size = pieceSize; size <= longestLine; size *= 2) {
+            const off_t begin = std::max<off_t>(0, offset - static_cast<off_t>(size));
+            const std::string text = textAt(begin, offset);
+            for (std::size_t at = text.size(); at > 0;) {
+                at = beginOfLine(text, at - 1);
+                if (at > 0 && layout_.head(lineAt(text, at)).beginsRecord) {
+                    return begin + static_cast<off_t>(at);
+                }
+            }
+            if (begin == 0) {
+                return 0;
+            }
+        }
+        return offset;
+    }
+
     bool readPiece() {
         if (!hasLayout_) {
             learnLayout();
         }
-        const std::size_t known = pending_.size();
-        pending_.resize(known + pieceSize);
-        const ssize_t got = ::pread(file_.number(), pending_.data() + known, pieceSize, offset_);
-        pending_.resize(known + (got > 0 ? static_cast<std::size_t>(got) : 0));
-        offset_ += got > 0 ? got : 0;
-        return got > 0;
+        const std::string piece = textAt(offset_, std::min(known_, offset_ + static_cast<off_t>(pieceSize)));
+        pending_ += piece;
+        offset_ += static_cast<off_t>(piece.size());
+        return !piece.empty();
     }
 
     void learnLayout() {
-        std::string sample(sampleSize, '\0');
-        const ssize_t got = ::pread(file_.number(), sample.data(), sample.size(), 0);
-        sample.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+        const std::string sample = textAt(0, logSampleSize);
         layout_ = LogLayout::of(sample);
         hasLayout_ = sample.find('\n') != std::string::npos;
     }
 
-    void printPending(std::size_t size, LogScanner& scanner, LogOutput& output) {
+    void printPending(std::size_t size, LogOutput& output) {
         if (size == 0) {
             return;
         }
         // A message may go on where the last look ended.
-        scanner.begin({.text = std::string_view(pending_).substr(0, size), .isContinued = true}, layout_);
-        while (const auto record = scanner.next()) {
+        const LogBlock block{.text = std::string_view(pending_).substr(0, size), .isContinued = isInRecord_};
+        scanner_.begin(block, layout_);
+        while (const auto record = scanner_.next()) {
             output.print(*record);
         }
+        isInRecord_ = true;
         pending_.erase(0, size);
     }
 
     Descriptor file_;
     FileIdentity identity_;
+    LogScanner scanner_;
+    bool isFiltered_;
     off_t offset_ = 0;
+    off_t known_ = 0;
     std::string pending_;
     LogLayout layout_;
     bool hasLayout_ = false;
+    /// Whether what comes may belong to a record that was there before.
+    bool isInRecord_ = false;
 };
 
 class Follower {
 public:
     Follower(const Following& following, const LogFilter& filter, LogOutput& output)
-        : following_(following), filter_(filter), scanner_(filter), output_(output) {}
+        : following_(following), filter_(filter), output_(output) {}
 
     void run() {
         open(following_.path);
@@ -166,15 +219,34 @@ public:
             }
             ::nanosleep(&betweenLooks, nullptr);
         }
+        finishLeftFiles(Clock::time_point::max());
+        output_.flush();
     }
 
 private:
+    using Clock = std::chrono::steady_clock;
+
+    /// A file with another in its place, to which somebody may still write who does not know.
+    struct LeftFile {
+        GrowingFile file;
+        Clock::time_point end;
+    };
+
     void look() {
         do {
+            // The sizes first: who has left a file for the next one wrote to it before.
             if (file_) {
-                file_->print(scanner_, output_, /*isFinished=*/false);
+                file_->lookAtSize();
+            }
+            for (LeftFile& left : left_) {
+                left.file.lookAtSize();
+                left.file.print(output_, /*isFinished=*/false);
+            }
+            if (file_) {
+                file_->print(output_, /*isFinished=*/false);
             }
         } while (goOnIfReplaced());
+        finishLeftFiles(Clock::now());
     }
 
     /// Goes on with the file that comes after the current one, if there is one; returns whether.
@@ -188,18 +260,40 @@ private:
         if (!live) {
             return false;
         }
-        GrowingFile next(*std::move(live));
+        GrowingFile next(*std::move(live), filter_);
         if (file_) {
             const auto archive = archiveAfter(file_->identity(), next.identity());
-            file_->print(scanner_, output_, /*isFinished=*/true);
+            leave();
             if (archive) {
                 open(*archive);
                 return true;
             }
         }
         file_.emplace(std::move(next));
-        scanner_ = LogScanner(filter_);
         return true;
+    }
+
+    /// Puts the current file among those that were left.
+    void leave() {
+        left_.push_back({.file = *std::move(file_), .end = Clock::now() + longestStay});
+        file_.reset();
+        if (left_.size() > mostLeftFiles) {
+            finish(left_.front());
+            left_.erase(left_.begin());
+        }
+    }
+
+    void finish(LeftFile& left) {
+        left.file.lookAtSize();
+        left.file.print(output_, /*isFinished=*/true);
+    }
+
+    /// Is done with the files that were to be read until `now`.
+    void finishLeftFiles(Clock::time_point now) {
+        while (!left_.empty() && left_.front().end <= now) {
+            finish(left_.front());
+            left_.erase(left_.begin());
+        }
     }
 
     /// The path of the archive that was made next after the file `current`, unless that is `live`.
@@ -217,19 +311,30 @@ private:
     void open(const std::string& path) {
         file_.reset();
         if (auto file = openForReading(path)) {
-            file_.emplace(*std::move(file));
+            file_.emplace(*std::move(file), filter_);
         }
-        scanner_ = LogScanner(filter_);
     }
 
     const Following& following_;
     const LogFilter& filter_;
-    LogScanner scanner_;
     LogOutput& output_;
     std::optional<GrowingFile> file_;
+    std::vector<LeftFile> left_;
 };
 
 }  // namespace
+
+std::string whyNotFollowed(const std::string& path) {
+    struct stat status {};
+    if (path == "-") {
+        return "the standard input cannot be followed; show reads it as it comes";
+    }
+    if (::stat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode)) {
+        return {};
+    }
+    return fmt::format("{} cannot be followed: {}", path,
+                       S_ISDIR(status.st_mode) ? reasonOf(EISDIR) : "it is no regular file");
+}
 
 void follow(const Following& following, const LogFilter& filter, LogOutput& output) {
     endOnSignals();

@@ -96,11 +96,32 @@ bool readLevelAnywhere(std::string_view line, LogHead& head) {
     return false;
 }
 
-bool isPlace(std::string_view column) {
+bool isNumber(std::string_view text) {
+    return !text.empty() && std::ranges::all_of(text, [](unsigned char byte) { return std::isdigit(byte) != 0; });
+}
+
+/// Whether a column is a source file's name, with a line behind it ("Session.cpp:42") or one of the usual extensions.
+bool looksLikePlace(std::string_view column) {
+    constexpr std::array<std::string_view, 18> extensions = {"c",   "cc",  "cpp", "cxx", "c++", "cppm",
+                                                             "cu",  "h",   "hh",  "hpp", "hxx", "h++",
+                                                             "inc", "inl", "ipp", "ixx", "m",   "mm"};
     const std::size_t colon = column.rfind(':');
-    const std::string_view number = column.substr(colon == std::string_view::npos ? 0 : colon + 1);
-    return column.find('.') != std::string_view::npos ||
-           (!number.empty() && std::ranges::all_of(number, [](unsigned char byte) { return std::isdigit(byte) != 0; }));
+    const bool hasLine = colon != std::string_view::npos && isNumber(column.substr(colon + 1));
+    const std::string_view name = hasLine ? column.substr(0, colon) : column;
+    const std::size_t dot = name.rfind('.');
+    if (dot == std::string_view::npos || dot + 1 == name.size()) {
+        return false;
+    }
+    return hasLine || std::ranges::find(extensions, name.substr(dot + 1)) != extensions.end();
+}
+
+/// The name of the file in a column that tells the place; empty if it tells the line alone.
+std::string_view fileOfPlace(std::string_view column) {
+    const std::size_t colon = column.rfind(':');
+    if (colon != std::string_view::npos && isNumber(column.substr(colon + 1))) {
+        return column.substr(0, colon);
+    }
+    return isNumber(column) ? std::string_view() : column;
 }
 
 /// The texts of the bracketed columns that `text` begins with.
@@ -123,7 +144,7 @@ LogColumns columnsOfJSON(std::string_view line) {
         const auto member = object.is_object() ? object.find(name) : object.end();
         return member != object.end() && member->is_string() ? member->get<std::string>() : std::string();
     };
-    return {.logger = text("logger"), .thread = text("thread"), .file = text("file")};
+    return {.logger = text("logger"), .thread = text("thread"), .file = text("file"), .mayLackThread = false};
 }
 
 }  // namespace
@@ -197,14 +218,17 @@ LogColumns columnsOf(std::string_view line, const LogHead& head) {
     }
     std::vector<std::string_view> columns = bracketedColumns(firstLine(line).substr(head.columnsAt));
     LogColumns texts;
-    if (!columns.empty() && isPlace(columns.back())) {
-        const std::string_view place = columns.back();
-        texts.file = place.substr(0, place.rfind(':'));
+    // Where all three are shown the last is the place, whatever it looks like.
+    constexpr std::size_t all = 3;
+    const bool hasPlace = columns.size() >= all || (!columns.empty() && looksLikePlace(columns.back()));
+    if (hasPlace) {
+        texts.file = fileOfPlace(columns.back());
         columns.pop_back();
     }
     if (!columns.empty()) {
         texts.logger = columns.front();
         texts.thread = columns.back();
+        texts.mayLackThread = !hasPlace && isNumber(columns.back());
     }
     return texts;
 }

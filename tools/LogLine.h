@@ -32,6 +32,8 @@ struct LogColumns {
     std::string logger;
     std::string thread;
     std::string file;
+    /// Whether what is taken for the thread may be the line of the source, and the logger's name the thread's.
+    bool mayLackThread = false;
 };
 
 /// How the records of a file begin, learnt from a sample: any subset of the columns may be shown.
@@ -62,7 +64,9 @@ private:
 std::optional<Date> dateOf(std::string_view line, const LogHead& head);
 
 /// The columns of a line with that head. Where only one of logger and thread is shown, nothing tells which: it is
-/// both.
+/// both. The last of three columns is the source place; of fewer, one that is a name with an extension and a line
+/// ("Session.cpp:42") or with one of the usual extensions of sources. A number alone may be a line or a thread: it
+/// is taken for a thread.
 LogColumns columnsOf(std::string_view line, const LogHead& head);
 
 /// The level with that word, in any case: "warning".

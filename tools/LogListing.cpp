@@ -5,15 +5,14 @@
 #include <cstring>
 #include <filesystem>
 #include <fmt/format.h>
-#include <iostream>
 #include <map>
 #include <sys/stat.h>
 
 #include <Velora_UserDefaults/Platform/Date.h>
 #include <Velora_UserDefaults/Platform/FileManager.h>
 
+#include "Complaint.h"
 #include "LogArchives.h"
-#include "LogComplaint.h"
 #include "LogProgress.h"
 #include "LogReader.h"
 #include "LogTime.h"
@@ -109,7 +108,7 @@ std::vector<ArchivedLogFile> allButNewest(const std::vector<ArchivedLogFile>& ar
     return others;
 }
 
-bool removeArchives(const std::vector<ArchivedLogFile>& archives, bool isOnlyTried) {
+bool removeArchives(const std::vector<ArchivedLogFile>& archives, bool isOnlyTried, LogOutput& output) {
     bool isDone = true;
     for (const ArchivedLogFile& archive : archives) {
         if (!isOnlyTried) {
@@ -119,7 +118,7 @@ bool removeArchives(const std::vector<ArchivedLogFile>& archives, bool isOnlyTri
                 continue;
             }
         }
-        std::cout << printable(archive.path) << "\n";
+        output.print(printable(archive.path) + "\n");
     }
     return isDone;
 }

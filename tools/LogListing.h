@@ -8,6 +8,8 @@
 #include <Velora_UserDefaults/Platform/FileError.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/ArchivedLogFile.h>
 
+#include "LogOutput.h"
+
 namespace velora {
 
 /// An archive with what there is to know about it.
@@ -30,7 +32,7 @@ std::string asTable(const std::vector<ArchiveRow>& rows);
 std::vector<ArchivedLogFile> allButNewest(const std::vector<ArchivedLogFile>& archives, std::size_t keep);
 
 /// Removes the archives and prints the path of each that is removed, or with `isOnlyTried` that would be. Returns
-/// whether nothing failed; what did is complained of.
-bool removeArchives(const std::vector<ArchivedLogFile>& archives, bool isOnlyTried);
+/// whether nothing failed; what did is complained of. That `output` takes no more keeps none from being removed.
+bool removeArchives(const std::vector<ArchivedLogFile>& archives, bool isOnlyTried, LogOutput& output);
 
 }  // namespace velora

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -13,7 +14,6 @@ namespace {
 
 constexpr std::size_t usualCapacity = std::size_t{256} * 1024;
 constexpr std::size_t largestRecord = std::size_t{64} * 1024 * 1024;
-constexpr std::size_t sampleSize = std::size_t{64} * 1024;
 
 }  // namespace
 
@@ -75,9 +75,16 @@ LogReader::LogReader(Descriptor file)
       memory_(std::make_unique_for_overwrite<char[]>(usualCapacity)),
       capacity_(usualCapacity) {}
 
-/// Reads until the memory is full or the file ends.
+/// Whether reading on would not wait; so it is at the end of a file, too.
+bool LogReader::hasMoreNow() const {
+    pollfd file{.fd = file_.number(), .events = POLLIN, .revents = 0};
+    return ::poll(&file, 1, 0) != 0;
+}
+
+/// Reads until the memory is full, the file ends, or a pipe has given something and has no more for now.
 void LogReader::fill() {
-    while (!isAtEnd_ && end_ < capacity_) {
+    const std::size_t before = end_;
+    while (!isAtEnd_ && end_ < capacity_ && (end_ == before || hasMoreNow())) {
         const ssize_t size = ::read(file_.number(), memory_.get() + end_, capacity_ - end_);
         if (size > 0) {
             end_ += static_cast<std::size_t>(size);
@@ -86,6 +93,16 @@ void LogReader::fill() {
             error_ = size == 0 ? 0 : errno;
             isAtEnd_ = true;
         }
+    }
+    learnLayout(std::string_view(memory_.get() + before, end_ - before));
+}
+
+/// Takes `text`, which was read last, into account.
+void LogReader::learnLayout(std::string_view text) {
+    if (!layoutIsFixed_ && !text.empty()) {
+        sample_ += text.substr(0, logSampleSize - sample_.size());
+        layout_ = LogLayout::of(sample_);
+        layoutIsFixed_ = sample_.size() == logSampleSize;
     }
 }
 
@@ -116,13 +133,9 @@ std::size_t LogReader::endOfWholeRecords() const {
 
 std::optional<LogBlock> LogReader::next() {
     makeRoom();
-    const bool isFirst = position_ == 0;
     LogBlock block{.text = {}, .isContinued = isCut_};
     for (;;) {
         fill();
-        if (isFirst && !layoutIsFixed_) {
-            layout_ = LogLayout::of(std::string_view(memory_.get(), end_).substr(0, sampleSize));
-        }
         if (end_ == 0) {
             return std::nullopt;
         }

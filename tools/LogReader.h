@@ -13,6 +13,9 @@
 
 namespace velora {
 
+/// How much of a file's beginning is looked at to learn how its records begin.
+inline constexpr std::size_t logSampleSize = std::size_t{64} * 1024;
+
 /// A descriptor that is closed with the object. Moves.
 class Descriptor {
 public:
@@ -42,8 +45,9 @@ struct LogBlock {
     bool isCut = false;
 };
 
-/// Reads a file in large blocks of whole records, whatever is in it and whatever becomes of it meanwhile. A record
-/// beyond 64 MiB comes in several blocks. One thread at a time.
+/// Reads a file in large blocks of whole records, whatever is in it and whatever becomes of it meanwhile. Of a pipe
+/// that has no more for now the whole records that came are a block. A record beyond 64 MiB comes in several blocks.
+/// One thread at a time.
 class LogReader {
 public:
     explicit LogReader(Descriptor file);
@@ -53,7 +57,7 @@ public:
 
     /// Each line is a record from now on.
     void setLinesAreRecords() { layoutIsFixed_ = true; }
-    /// How records begin; known after the first `next`.
+    /// How records begin, as far as the last block tells; learnt from the first 64 kB.
     const LogLayout& layout() const { return layout_; }
     /// How many bytes were read so far.
     std::uint64_t position() const { return position_; }
@@ -62,6 +66,8 @@ public:
 
 private:
     void fill();
+    bool hasMoreNow() const;
+    void learnLayout(std::string_view text);
     void makeRoom();
     std::size_t endOfWholeRecords() const;
 
@@ -72,6 +78,8 @@ private:
     std::size_t end_ = 0;
     std::uint64_t position_ = 0;
     LogLayout layout_;
+    /// The beginning of the file, as long as there is something to learn from it.
+    std::string sample_;
     bool layoutIsFixed_ = false;
     bool isAtEnd_ = false;
     bool isCut_ = false;

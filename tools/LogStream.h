@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <Velora_UserDefaults/Platform/Date.h>
@@ -16,13 +17,17 @@
 namespace velora {
 
 /// The accepted records of several files as one stream in the order of their dates. Records of one file keep their
-/// order. A record without a date goes with the one before it. One thread at a time.
+/// order. A record without a date goes with the one before it. No record of a file comes before the date with which the
+/// file begins: it is opened when that date has come, and however many files there are, few are open at once if they
+/// follow each other. One thread at a time.
 class LogStream {
 public:
     /// `filter` must outlive the object.
     LogStream(const std::vector<std::string>& paths, const LogFilter& filter);
     ~LogStream();
 
+    /// Has `closure` called before each read, which may take as long as a pipe's writer likes.
+    void setBeforeReading(std::function<void()> closure) { beforeReading_ = std::move(closure); }
     /// The next record, which is valid until the next call; nothing at the end.
     std::optional<LogRecord> next();
 
@@ -33,14 +38,19 @@ public:
 private:
     class Source;
 
+    bool advance(Source& source);
     void choose();
+    void goOn();
+    void remove(const Source& source);
 
     std::vector<std::unique_ptr<Source>> sources_;
     std::unique_ptr<LogProgress> progress_;
     Source* current_ = nullptr;
     /// The earliest record of the other sources; up to it the current one goes on.
     Date otherDate_{};
-    bool hasBegun_ = false;
+    std::function<void()> beforeReading_ = [] {};
+    /// Whether dates decide on anything.
+    bool hasSeveral_;
     bool hasFailed_ = false;
 };
 

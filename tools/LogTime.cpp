@@ -172,33 +172,6 @@ std::optional<std::chrono::seconds> secondsOfUnit(std::string_view unit) {
     return std::nullopt;
 }
 
-/// "1d 12h": one number with a unit behind the other.
-std::optional<std::chrono::seconds> parsedDuration(std::string_view text) {
-    constexpr std::int64_t most = 1'000'000;
-    std::chrono::seconds sum{0};
-    if (text.empty()) {
-        return std::nullopt;
-    }
-    while (!text.empty()) {
-        std::int64_t number = 0;
-        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-        if (error != std::errc() || number < 0 || number > most) {
-            return std::nullopt;
-        }
-        text = withoutSpaces(text.substr(static_cast<std::size_t>(end - text.data())));
-        const auto endOfUnit = std::find_if(text.begin(), text.end(),
-                                            [](unsigned char character) { return std::isalpha(character) == 0; });
-        const auto size = static_cast<std::size_t>(endOfUnit - text.begin());
-        const auto unit = secondsOfUnit(text.substr(0, size));
-        if (!unit) {
-            return std::nullopt;
-        }
-        sum += number * *unit;
-        text = withoutSpaces(text.substr(size));
-    }
-    return sum;
-}
-
 std::tm localTime(Date date) {
     const std::time_t seconds = std::chrono::floor<std::chrono::seconds>(date).time_since_epoch().count();
     std::tm time{};
@@ -243,6 +216,33 @@ std::optional<Date> readDate(std::string_view text) {
         *date += fractionOf(text.substr(shortestDateSize + 1, fractionSize - 1));
     }
     return date;
+}
+
+std::optional<std::chrono::seconds> parsedDuration(std::string_view text) {
+    constexpr std::int64_t most = 1'000'000;
+    std::chrono::seconds sum{0};
+    text = withoutSpaces(text);
+    if (text.empty()) {
+        return std::nullopt;
+    }
+    while (!text.empty()) {
+        std::int64_t number = 0;
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+        if (error != std::errc() || number < 0 || number > most) {
+            return std::nullopt;
+        }
+        text = withoutSpaces(text.substr(static_cast<std::size_t>(end - text.data())));
+        const auto endOfUnit = std::find_if(text.begin(), text.end(),
+                                            [](unsigned char character) { return std::isalpha(character) == 0; });
+        const auto size = static_cast<std::size_t>(endOfUnit - text.begin());
+        const auto unit = secondsOfUnit(text.substr(0, size));
+        if (!unit) {
+            return std::nullopt;
+        }
+        sum += number * *unit;
+        text = withoutSpaces(text.substr(size));
+    }
+    return sum;
 }
 
 std::optional<Date> parsedMoment(std::string_view text, Date now) {

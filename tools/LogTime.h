@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -28,6 +29,9 @@ std::optional<Date> readDate(std::string_view text);
 /// time of today ("14:30", "14:30:05"); "now", "today", "yesterday"; or how long before `now`: "10m", "2h ago",
 /// "1d 12h". Nothing for anything else.
 std::optional<Date> parsedMoment(std::string_view text, Date now);
+
+/// A duration: numbers with their units, "90m", "1d 12h". Nothing for anything else.
+std::optional<std::chrono::seconds> parsedDuration(std::string_view text);
 
 /// `date` in the local time zone: "2026-11-22 01:23:39", or without seconds.
 std::string localText(Date date, bool withSeconds = true);

@@ -14,11 +14,12 @@
 
 #include <Velora_UserDefaults/Platform/DefaultsStore.h>
 
+#include "CommandLine.h"
+#include "Complaint.h"
 #include "DefaultsArguments.h"
 #include "DefaultsListing.h"
 #include "DefaultsValue.h"
 #include "DefaultsWatching.h"
-#include "TerminalText.h"
 
 namespace velora {
 
@@ -27,14 +28,11 @@ namespace {
 // What a script can rely on.
 constexpr int done = 0;
 constexpr int failed = 1;
-constexpr int refused = 2;
-
-void complain(std::string_view text) {
-    std::cerr << "velora-defaults: " << printable(text) << "\n";
-}
+constexpr int refused = badUsage;
 
 /// The parser's message without the "--" that its arguments were given.
-std::string withoutDoubleDash(std::string message) {
+std::string withoutDoubleDash(const std::string& original) {
+    std::string message = original;
     for (std::size_t at = message.find(" --"); at != std::string::npos; at = message.find(" --", at + 1)) {
         if (at + 3 == message.size() || message[at + 3] == ' ') {
             return message.erase(at, 3);
@@ -133,11 +131,10 @@ int printPath(const DefaultsStore& store) {
 }
 
 /// The commands and their options.
-class CommandLine {
+class Commands {
 public:
-    CommandLine() {
-        app_.set_version_flag("--version", "velora-defaults " VELORA_VERSION);
-        app_.require_subcommand(1);
+    Commands() {
+        setUp(app_, "Exit status: 0 done, 1 not found or the store failed, 2 bad usage or a value refused.");
         app_.add_subcommand("path", "print the path of the store's file");
         CLI::Option* json = list_->add_flag("--json", request_.asJSON, "print a JSON list of objects");
         list_->add_flag("--keys", request_.onlyKeys, "print the keys alone")->excludes(json);
@@ -151,23 +148,12 @@ public:
             command->add_option("FILE", request_.file, "the file, - for standard output or input")->required();
         }
         watch_->add_option("--count", request_.count, "end after so many changes")->check(CLI::PositiveNumber);
-        app_.footer("Exit status: 0 done, 1 not found or the store failed, 2 bad usage or a value refused.");
     }
 
     /// Parses and runs. Returns the exit status.
     int run(const std::vector<std::string>& arguments) {
-        try {
-            std::vector<std::string> forParser = parserArguments(arguments);
-            app_.parse(std::vector<std::string>(forParser.rbegin(), forParser.rend()));
-        } catch (const CLI::Success& help) {
-            app_.exit(help, std::cout, std::cerr);
-            return done;
-        } catch (const CLI::ParseError& error) {
-            complain(withoutDoubleDash(error.what()));
-            std::cerr << "Run with --help for more information.\n";
-            return refused;
-        }
-        return runCommand(DefaultsStore::standard());
+        const auto status = statusOfParsing(app_, parserArguments(arguments), withoutDoubleDash);
+        return status ? *status : runCommand(DefaultsStore::standard());
     }
 
 private:
@@ -259,5 +245,5 @@ private:
 }  // namespace velora
 
 int main(int count, char** arguments) {
-    return velora::CommandLine().run({arguments + 1, arguments + count});
+    return velora::Commands().run({arguments + 1, arguments + count});
 }

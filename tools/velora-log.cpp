@@ -1,20 +1,19 @@
 // velora-log: reads the log files of the library and looks after their archives.
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <fmt/format.h>
-#include <iostream>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include <Velora_UserDefaults/Platform/Date.h>
 
+#include "CommandLine.h"
+#include "Complaint.h"
 #include "LogArchives.h"
-#include "LogComplaint.h"
 #include "LogDecoding.h"
 #include "LogFilter.h"
 #include "LogFollowing.h"
@@ -28,6 +27,11 @@
 namespace velora {
 
 namespace {
+
+// What a script can rely on; as grep(1) has it.
+constexpr int found = 0;
+constexpr int foundNothing = 1;
+constexpr int failed = badUsage;
 
 /// What the command line asks for.
 struct Request {
@@ -101,15 +105,16 @@ int remove(const Request& request, std::size_t keep) {
         return failed;
     }
     const std::vector<ArchivedLogFile> unwanted = allButNewest(*archives, keep);
-    const bool isDone = removeArchives(unwanted, request.isOnlyTried);
-    std::cout.flush();
-    return statusOf(!unwanted.empty(), !isDone);
+    LogOutput output(/*isColored=*/false);
+    const bool isDone = removeArchives(unwanted, request.isOnlyTried, output);
+    return finished(output, !unwanted.empty(), !isDone);
 }
 
 int show(const Request& request) {
     LogStream stream(filesToRead(request), request.filter);
     LogOutput output(usesColor(request.color));
     output.setBeforeWriting([&stream] { stream.progress().clear(); });
+    stream.setBeforeReading([&output] { output.flush(); });
     while (const auto record = stream.next()) {
         output.print(*record);
         if (output.error() != 0) {
@@ -120,9 +125,13 @@ int show(const Request& request) {
 }
 
 int followFile(const Request& request) {
+    const std::string& path = request.files.front();
+    if (const std::string reason = whyNotFollowed(path); !reason.empty()) {
+        complain(reason);
+        return failed;
+    }
     LogOutput output(usesColor(request.color));
-    follow({.path = request.files.front(), .archiveFolder = request.archiveFolder, .lines = request.lines},
-           request.filter, output);
+    follow({.path = path, .archiveFolder = request.archiveFolder, .lines = request.lines}, request.filter, output);
     return finished(output, output.hasPrinted(), /*hasFailed=*/false);
 }
 
@@ -148,6 +157,7 @@ bool decodeFile(Descriptor file, const std::string& path, LogOutput& output, boo
             output.print(decoded ? std::string_view(*decoded) : line);
             output.print("\n");
         }
+        output.flush();
     }
     if (reader.error() != 0) {
         complain(fmt::format("{}: {}", path, reasonOf(reader.error())));
@@ -172,12 +182,10 @@ int decode(const Request& request) {
 }
 
 /// The commands and their options.
-class CommandLine {
+class Commands {
 public:
-    CommandLine() {
-        app_.set_version_flag("--version", "velora-log " VELORA_VERSION);
-        app_.require_subcommand(1);
-        app_.footer("Exit status: 0 something was found, 1 nothing was, 2 something failed or bad usage.");
+    Commands() {
+        setUp(app_, "Exit status: 0 something was found, 1 nothing was, 2 something failed or bad usage.");
         for (CLI::App* command : {archives_, prune_, purge_}) {
             command->add_option("FOLDER", request_.folder, "the folder with the archives")->required();
             command->add_option("--identifier", request_.identifier,
@@ -205,18 +213,9 @@ public:
     }
 
     /// Parses and runs. Returns the exit status.
-    int run(int count, char** arguments) {
-        try {
-            app_.parse(count, arguments);
-        } catch (const CLI::Success& help) {
-            app_.exit(help, std::cout, std::cerr);
-            return found;
-        } catch (const CLI::ParseError& error) {
-            complain(error.what());
-            std::cerr << "Run with --help for more information.\n";
-            return failed;
-        }
-        return runCommand();
+    int run(const std::vector<std::string>& arguments) {
+        const auto status = statusOfParsing(app_, arguments);
+        return status ? *status : runCommand();
     }
 
 private:
@@ -287,11 +286,11 @@ private:
     }
 
     void setSpan(const std::string& text) {
-        const Date now = currentDate();
-        const auto begin = parsedMoment(text, now);
-        const auto span = begin ? std::chrono::floor<std::chrono::minutes>(now - *begin) : std::chrono::minutes(0);
-        if (span <= std::chrono::minutes(0) || span > std::chrono::hours(24)) {
-            throw CLI::ValidationError("--every", fmt::format("'{}' is no duration from a minute to a day", text));
+        const auto seconds = parsedDuration(text);
+        const auto span = std::chrono::floor<std::chrono::minutes>(seconds.value_or(std::chrono::seconds(0)));
+        if (span <= std::chrono::minutes(0) || span > std::chrono::hours(24) || span != seconds) {
+            throw CLI::ValidationError("--every",
+                                       fmt::format("'{}' is no duration of whole minutes, a day at most", text));
         }
         request_.span = span;
     }
@@ -337,5 +336,5 @@ private:
 }  // namespace velora
 
 int main(int count, char** arguments) {
-    return velora::CommandLine().run(count, arguments);
+    return velora::Commands().run({arguments + 1, arguments + count});
 }

@@ -74,6 +74,21 @@ TEST_F(VeloraDefaults, TakesAnyValueForWhatItIs) {
     EXPECT_EQ(run({"read", "list"}), prints("1\n"));
 }
 
+TEST_F(VeloraDefaults, ShowsNothingThatATerminalObeysAndNothingInTwoWays) {
+    const std::string written = "a\\nb\n\t\x1b[m\x7f\xc2\x80\xc2\x9b\xc2\xa0\xc3\xa4\xe2\x82\xac\\";
+    const std::string shown = R"(a\\nb\n\t\x1b[m\x7f\u0080\u009b)"
+                              "\xc2\xa0\xc3\xa4\xe2\x82\xac"
+                              R"(\\)";
+    EXPECT_EQ(run({"write", "own " + written, written}), prints(""));
+    EXPECT_THAT(run({"list"}).output,
+                AllOf(HasSubstr("\nown " + shown + " "), HasSubstr("  string  stored   " + shown + "\n")));
+    EXPECT_THAT(run({"list", "--keys"}).output, HasSubstr("\nown " + shown + "\n"));
+    EXPECT_EQ(run({"read", "own " + written}), prints(written + "\n")) << "one value alone is as it is";
+    EXPECT_EQ(run({"read", written}).errors, "velora-defaults: no value is stored under " + shown + "\n");
+    EXPECT_EQ(run({"read", "\xff\xc2\x9b\xc2"}).errors, R"(velora-defaults: no value is stored under \xff\u009b\xc2)"
+                                                        "\n");
+}
+
 TEST_F(VeloraDefaults, RefusesWhatThePropertyCouldNotReadBack) {
     const std::vector<std::vector<std::string>> refused = {
         {"write", "Preferences_Logging_LoggingLevel", "4"},

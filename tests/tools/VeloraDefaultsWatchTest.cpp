@@ -58,10 +58,10 @@ TEST_F(Watching, ShowsEachChangeOfAnyProcess) {
     EXPECT_EQ(nextLine(watching), R"(own: "a\nb" -> (absent))");
     DefaultsStore(file).importText("{\"own\": [1,\n2], \"other\": true}");
     EXPECT_EQ(nextLine(watching), "other: (absent) -> true");
-    EXPECT_EQ(nextLine(watching), R"(own: (absent) -> [1,\n2])");
-    writeFile(file, R"({"own": "by hand"})");
+    EXPECT_EQ(nextLine(watching), R"(own: (absent) -> [1, 2])");
+    writeFile(file, "{\"own\": \"by\x7f hand\xc2\x9b\"}");
     EXPECT_EQ(nextLine(watching), "other: true -> (absent)");
-    EXPECT_EQ(nextLine(watching), R"(own: [1,\n2] -> "by hand")");
+    EXPECT_EQ(nextLine(watching), R"(own: [1, 2] -> "by\u007f hand\u009b")");
     watching.send(SIGTERM);
     watching.everything();
     EXPECT_EQ(watching.wait(), 0);

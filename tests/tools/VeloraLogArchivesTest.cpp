@@ -1,16 +1,21 @@
 // Archives in velora-log: listed, read, pruned and purged.
 
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
 #include <support/RunningProgram.h>
 #include <support/TemporaryFolder.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <sys/xattr.h>
 #include <thread>
 #include <tools/VeloraLogTestSupport.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace velora::test {
@@ -130,6 +135,13 @@ TEST_F(VeloraLogArchives, ThatCannotBeRemovedAreNamed) {
     EXPECT_THAT(linesOf(result.errors), SizeIs(6));
 }
 
+void markAsArchive(const std::string& path) {
+    for (const auto& [name, value] : {std::pair<std::string, std::string>{"by", "app"}, {"at", "1700000000.0"}}) {
+        const std::string attribute = "user.tamberlo.xcglogger.archived." + name;
+        EXPECT_EQ(::setxattr(path.c_str(), attribute.c_str(), value.data(), value.size(), 0), 0);
+    }
+}
+
 TEST_F(VeloraLog, ReadsArchivesByTheirNamesWhereTheyAreNotMarked) {
     const auto line = [](const std::string& day) { return "2026-11-" + day + " 00:00:00.000 [Info] > " + day + "\n"; };
     writeFile(path, line("22"));
@@ -139,6 +151,73 @@ TEST_F(VeloraLog, ReadsArchivesByTheirNamesWhereTheyAreNotMarked) {
     EXPECT_EQ(run({"show", "--archives", path}).output, line("20") + line("21") + line("22"));
     EXPECT_EQ(run({"purge", folder.path().string()}), (Result{1, "", ""})) << "but never removes them";
     EXPECT_THAT(namesIn(folder.path()), SizeIs(5));
+}
+
+std::string lineOfDay(int day) {
+    return fmt::format("2026-11-{:02} 00:00:00.000 [Info] > {}\n", day, day);
+}
+
+TEST_F(VeloraLog, TellsByTheDateInItsNameWhoseAnArchiveIs) {
+    writeFile(path, lineOfDay(22));
+    writeFile(folder / "app_2.log", lineOfDay(12));
+    writeFile(folder / "app_2026-11-21_000000.log", lineOfDay(21));
+    writeFile(folder / "app_2_2026-11-11_000000.log", lineOfDay(11));
+    const auto check = [&] {
+        EXPECT_EQ(run({"show", "--archives", path}).output, lineOfDay(21) + lineOfDay(22));
+        EXPECT_EQ(run({"show", "--archives", folder / "app_2.log"}).output, lineOfDay(11) + lineOfDay(12));
+    };
+    check();
+    for (const char* const archive : {"app_2026-11-21_000000.log", "app_2_2026-11-11_000000.log"}) {
+        markAsArchive(folder / archive);
+    }
+    check();
+}
+
+TEST_F(VeloraLog, FindsTheArchivesOfALogWithoutAnExtensionWhereTheLibraryPutsThem) {
+    const std::string live = folder / "app";
+    const std::string temporary = folder / "temporary";
+    fs::create_directory(temporary);
+    ASSERT_EQ(::chmod(temporary.c_str(), 01777), 0) << "as /tmp is";
+    const auto rotateOnce = [&](const std::string& line) {
+        RotatingLog rotating(live);
+        rotating.log->info("{}", line);
+        rotating.file->rotateFile();
+    };
+    const auto shownLines = [&] { return run({"show", "--grep", "archived", "--archives", live}).output; };
+    ::setenv("TMPDIR", temporary.c_str(), 1);
+    EXPECT_EQ(shownLines(), "");
+    EXPECT_THAT(namesIn(temporary), IsEmpty()) << "looking makes no folder";
+    rotateOnce("archived in log");
+    EXPECT_THAT(messagesOf(shownLines()), ElementsAre("archived in log"));
+    // A link may be another user's trap: the library does not use it.
+    fs::rename(temporary + "/log", folder / "elsewhere");
+    fs::create_symlink(folder / "elsewhere", temporary + "/log");
+    rotateOnce("archived in another one");
+    EXPECT_TRUE(fs::is_directory(temporary + "/log-" + std::to_string(::geteuid())));
+    EXPECT_THAT(messagesOf(shownLines()), testing::Contains("archived in another one"));
+    ::unsetenv("TMPDIR");
+}
+
+TEST_F(VeloraLog, ReadsMoreArchivesThanItMayHaveFilesOpen) {
+    std::string all;
+    constexpr int archives = 200;
+    for (int second = 0; second <= archives; ++second) {
+        const std::string line = fmt::format("2026-11-22 00:{:02}:{:02}.000 [Info] > x\n", second / 60, second % 60);
+        writeFile(second == archives ? path : folder / fmt::format("app_2026-11-22_{:06}.log", second), line);
+        all += line;
+    }
+    const std::string command = fmt::format("ulimit -n 64; exec {} show --archives {} > {}/output 2> {}/errors",
+                                            VELORA_LOG_PROGRAM, path, folder.path().string(), folder.path().string());
+    EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 0);
+    EXPECT_EQ(readFile(folder / "output"), all);
+    EXPECT_EQ(readFile(folder / "errors"), "");
+}
+
+TEST_F(VeloraLog, MergesFilesWhoseFirstRecordIsFilteredOut) {
+    writeFile(path, lineOfDay(1) + lineOfDay(20) + lineOfDay(22));
+    writeFile(folder / "b.log", lineOfDay(2) + lineOfDay(10) + lineOfDay(21));
+    EXPECT_EQ(run({"show", "--since", "2026-11-03", path, folder / "b.log"}).output,
+              lineOfDay(10) + lineOfDay(20) + lineOfDay(21) + lineOfDay(22));
 }
 
 }  // namespace

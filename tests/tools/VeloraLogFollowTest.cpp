@@ -12,11 +12,15 @@
 #include <string>
 #include <support/RunningProgram.h>
 #include <support/TemporaryFolder.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <tools/VeloraLogTestSupport.h>
 #include <unistd.h>
 #include <vector>
+
+#include <Velora_UserDefaults/XCGLogger/Destinations/FileDestination.h>
+#include <Velora_UserDefaults/XCGLogger/XCGLogger.h>
 
 namespace velora::test {
 namespace {
@@ -130,6 +134,92 @@ TEST_F(VeloraLogFollow, GoesOnAfterSlowRotations) {
         rotating.file->rotateFile();
     }
     EXPECT_EQ(interrupt(*following), 0);
+}
+
+TEST_F(VeloraLogFollow, LosesNoLineWhenAnotherProgramRenamesTheFileAndMakesANewOne) {
+    // The writer finds out by itself, up to a second later, and writes to the renamed file until then.
+    const auto log = make<XCGLogger>("app", false);
+    const auto file = make<FileDestination>(nullptr, path, "file");
+    ASSERT_TRUE(log->add(file));
+    log->info("line begin");
+    const auto following = follow({"--grep", "line ", "--lines", "1000"});
+    EXPECT_THAT(following->line(), EndsWith("> line begin"));
+    fs::rename(path, path + ".1");
+    writeFile(path, "");
+    int line = 0;
+    int afterwards = 0;
+    while (afterwards < 5) {
+        log->info("line {}", line);
+        afterwards += fs::file_size(path) > 0 ? 1 : 0;
+        ASSERT_THAT(following->line(), EndsWith("> line " + std::to_string(line)));
+        ++line;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    EXPECT_GT(line, afterwards) << "some stand in the renamed file";
+    EXPECT_EQ(interrupt(*following), 0);
+    log->remove(file);
+}
+
+TEST_F(VeloraLogFollow, PrintsTheLastLineOfARenamedFileThoughItHasNoEnd) {
+    writeFile(path, "1\nhalf");
+    const auto following = follow();
+    EXPECT_EQ(following->line(), "1");
+    fs::rename(path, path + ".1");
+    writeFile(path, "");
+    EXPECT_EQ(following->line(), "half");
+}
+
+TEST_F(VeloraLogFollow, BeginsWithTheLastLinesWhateverTheyBelongTo) {
+    std::string record = "2026-11-22 00:00:00.000 [Error] > long\n";
+    for (int line = 0; line < 50; ++line) {
+        record += "more " + std::to_string(line) + "\n";
+    }
+    writeFile(path, "2026-11-22 00:00:00.000 [Info] > before\n" + record);
+    const auto following = follow({"-n", "3"});
+    EXPECT_EQ(following->line(), "more 47");
+    EXPECT_EQ(following->line(), "more 48");
+    EXPECT_EQ(following->line(), "more 49");
+    append("more 50\n");
+    EXPECT_EQ(following->line(), "more 50");
+
+    const auto filtered = follow({"-n", "3", "--level", "error"});
+    EXPECT_THAT(filtered->line(), EndsWith("> long"));
+    for (int line = 0; line <= 50; ++line) {
+        ASSERT_EQ(filtered->line(), "more " + std::to_string(line));
+    }
+    append("more 51\n");
+    EXPECT_EQ(filtered->line(), "more 51");
+
+    const auto others = follow({"-n", "3", "--level", "alert"});
+    // Nothing is to come: what is printed first shows it.
+    append("2026-11-22 00:00:00.000 [Alert] > awaited\n");
+    EXPECT_THAT(others->line(), EndsWith("> awaited"));
+}
+
+TEST_F(VeloraLogFollow, GoesBackFarForTheRecordThatItBeginsIn) {
+    const std::string line = std::string(1000, 'x') + "\n";
+    std::string record = "2026-11-22 00:00:00.000 [Error] > long\n";
+    for (int count = 0; count < 1000; ++count) {
+        record += line;
+    }
+    writeFile(path, "2026-11-22 00:00:00.000 [Info] > before\n" + record);
+    const auto following = follow({"-n", "1", "--level", "error"});
+    EXPECT_THAT(following->line(), EndsWith("> long"));
+    // Without a line before it either.
+    writeFile(folder / "other", "no date\n" + line + "2026-11-22 00:00:00.000 [Info] > late\n");
+    RunningProgram other(VELORA_LOG_PROGRAM, {"follow", "-n", "2", "--grep", "no date", folder / "other"}, "/dev/null",
+                         folder / "errors");
+    EXPECT_EQ(other.line(), "no date");
+}
+
+TEST_F(VeloraLogFollow, RefusesWhatDoesNotGrow) {
+    EXPECT_EQ(run({"follow", folder.path().string()}),
+              (Result{2, "", "velora-log: " + folder.path().string() + " cannot be followed: Is a directory\n"}));
+    EXPECT_EQ(run({"follow", "-"}),
+              (Result{2, "", "velora-log: the standard input cannot be followed; show reads it as it comes\n"}));
+    ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
+    EXPECT_EQ(run({"follow", folder / "pipe"}),
+              (Result{2, "", "velora-log: " + (folder / "pipe") + " cannot be followed: it is no regular file\n"}));
 }
 
 TEST_F(VeloraLogFollow, ReadsAnewWhatWasCutOff) {

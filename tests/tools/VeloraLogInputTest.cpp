@@ -3,12 +3,17 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <filesystem>
+#include <fmt/format.h>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
 #include <support/RunningProgram.h>
 #include <support/TemporaryFolder.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 #include <tools/VeloraLogTestSupport.h>
 #include <utility>
 #include <vector>
@@ -36,7 +41,9 @@ TEST_F(VeloraLog, SaysWhatIsWrongWithItsArguments) {
     EXPECT_THAT(complaint({"show", "--since", "", path}), HasSubstr("'' is no date"));
     EXPECT_THAT(complaint({"show", "--regex", "(", path}), HasSubstr("'(': "));
     EXPECT_THAT(complaint({"show", "--color", "mauve", path}), HasSubstr("mauve"));
-    EXPECT_THAT(complaint({"stats", "--every", "1s", path}), HasSubstr("'1s' is no duration"));
+    for (const std::string span : {"1s", "90s", "0m", "2d", "14:30", "today", "2026-11-22", "1h ago", "-1m", ""}) {
+        EXPECT_THAT(complaint({"stats", "--every", span, path}), HasSubstr("'" + span + "' is no duration"));
+    }
     EXPECT_THAT(complaint({"prune", folder.path().string()}), HasSubstr("--keep is required"));
     EXPECT_THAT(complaint({"prune", "--keep", "-1", folder.path().string()}), HasSubstr("-1"));
     EXPECT_THAT(complaint({"archives", folder / "missing"}), HasSubstr("missing"));
@@ -116,6 +123,52 @@ TEST_F(VeloraLog, PrintsARecordBeyondAllMeasureInPieces) {
     EXPECT_TRUE(shown(endless + after, {"--level", "error"}) == endless) << "no line end gets into it";
 }
 
+/// What one end of a pipe is written to, whose other end is the program's standard input.
+class Pipe {
+public:
+    explicit Pipe(const std::string& path) : path_(path) { EXPECT_EQ(::mkfifo(path.c_str(), 0600), 0); }
+    const std::string& path() const { return path_; }
+    /// Waits for somebody who reads.
+    void open() { stream_.open(path_); }
+    void write(const std::string& text) { stream_ << text << std::flush; }
+    void close() { stream_.close(); }
+
+private:
+    std::string path_;
+    std::ofstream stream_;
+};
+
+TEST_F(VeloraLog, PrintsWhatHasComeThroughAPipeWhileItWaitsForMore) {
+    Pipe pipe(folder / "pipe");
+    std::thread opening([&] { pipe.open(); });
+    RunningProgram show(VELORA_LOG_PROGRAM, {"show", "-"}, pipe.path(), folder / "errors");
+    opening.join();
+    const auto record = [](int second) { return fmt::format("2026-11-22 00:00:0{}.000 [Info] > x", second); };
+    pipe.write("no date\n");
+    pipe.write(record(1) + "\nmore of it\n" + record(2).substr(0, 30));
+    EXPECT_EQ(show.line(), "no date");
+    EXPECT_EQ(show.line(), record(1));
+    EXPECT_EQ(show.line(), "more of it");
+    pipe.write(record(2).substr(30) + "\nmore\n");
+    pipe.write(record(3));
+    EXPECT_EQ(show.line(), record(2));
+    EXPECT_EQ(show.line(), "more");
+    pipe.close();
+    EXPECT_EQ(show.line(), record(3));
+    EXPECT_EQ(show.wait(), 0);
+}
+
+TEST_F(VeloraLog, DecodesWhatHasComeThroughAPipeWhileItWaitsForMore) {
+    Pipe pipe(folder / "pipe");
+    std::thread opening([&] { pipe.open(); });
+    RunningProgram decode(VELORA_LOG_PROGRAM, {"decode"}, pipe.path(), folder / "errors");
+    opening.join();
+    pipe.write("QUI=\n");
+    EXPECT_EQ(decode.line(), "AB");
+    pipe.close();
+    EXPECT_EQ(decode.wait(), 0);
+}
+
 TEST_F(VeloraLog, EndsQuietlyWhenNobodyReadsOn) {
     std::string content;
     for (int line = 0; line < 200'000; ++line) {
@@ -131,9 +184,27 @@ TEST_F(VeloraLog, EndsQuietlyWhenNobodyReadsOn) {
 
 TEST_F(VeloraLog, SaysThatItsOutputCannotBeWritten) {
     writeFile(path, "x\n");
-    const std::string command = VELORA_LOG_PROGRAM " show " + path + " > /dev/full 2> " + (folder / "errors");
-    EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 2);
-    EXPECT_EQ(readFile(folder / "errors"), "velora-log: the output cannot be written: No space left on device\n");
+    const auto expectComplaint = [&](const std::string& arguments) {
+        const std::string command = VELORA_LOG_PROGRAM " " + arguments + " > /dev/full 2> " + (folder / "errors");
+        EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 2) << arguments;
+        EXPECT_EQ(readFile(folder / "errors"), "velora-log: the output cannot be written: No space left on device\n");
+    };
+    expectComplaint("show " + path);
+    expectComplaint("stats " + path);
+    expectComplaint("decode " + path);
+    expectComplaint("follow " + path);
+    {
+        RotatingLog rotating(folder / "rotating.log");
+        rotating.file->rotateFile();
+        rotating.file->rotateFile();
+    }
+    expectComplaint("archives " + folder.path().string());
+    expectComplaint("purge --dry-run " + folder.path().string());
+    EXPECT_TRUE(std::filesystem::exists(folder / "rotating_1.log"));
+    expectComplaint("prune --keep 1 " + folder.path().string());
+    EXPECT_FALSE(std::filesystem::exists(folder / "rotating_1.log"));
+    expectComplaint("purge " + folder.path().string());
+    EXPECT_FALSE(std::filesystem::exists(folder / "rotating_2.log")) << "what is asked for is done all the same";
 }
 
 }  // namespace

@@ -74,6 +74,12 @@ TEST_F(VeloraLog, FiltersByLevelWhateverColumnsAreShown) {
                 log.emergency("an emergency");
             });
         expectErrors();
+        const auto shows = [&](const std::string& option, const std::string& name) {
+            return run({"show", "--level", "error", option, name, path}).status == 0;
+        };
+        EXPECT_EQ(shows("--thread", "app"), (columns & 2) != 0 && (columns & 4) == 0) << readFile(path);
+        EXPECT_EQ(shows("--thread", "main"), (columns & 4) != 0) << readFile(path);
+        EXPECT_EQ(shows("--file", "VeloraLogShowTest.cpp"), (columns & 8) != 0) << readFile(path);
     }
 }
 
@@ -145,6 +151,29 @@ TEST_F(VeloraLog, FiltersByFileAndThread) {
     EXPECT_THAT(messagesOf(run({"show", "--thread", "main", "--file", "VeloraLogShowTest.cpp", path}).output),
                 ElementsAre("from main about render and Other.cpp"));
     EXPECT_EQ(run({"show", "--thread", "rend", path}).status, 1) << "a name is meant as a whole";
+}
+
+TEST_F(VeloraLog, TellsPlacesFromNamesOfThreads) {
+    const auto line = [](const std::string& columns) { return "2026-11-22 00:00:00.000 [Info] " + columns + "> x\n"; };
+    const auto has = [&](const std::string& columns, const std::string& option, const std::string& name) {
+        return !shown(line(columns), {option, name}).empty();
+    };
+    for (const std::string thread : {"worker.3", "net.example.queue", "42", "pool:7", "main.", ".cpp."}) {
+        EXPECT_TRUE(has("[app] [" + thread + "] ", "--thread", thread)) << thread;
+        EXPECT_FALSE(has("[app] [" + thread + "] ", "--file", thread)) << thread;
+        EXPECT_TRUE(has("[" + thread + "] [a.cpp:1] ", "--thread", thread)) << thread;
+        EXPECT_TRUE(has("[app] [" + thread + "] [7] f ", "--thread", thread)) << thread;
+    }
+    for (const std::string file : {"Session.cpp", "Session.h", "a.b.mm"}) {
+        for (const std::string columns : {"", "[app] ", "[app] [main] "}) {
+            EXPECT_TRUE(has(columns + "[" + file + "] f ", "--file", file)) << columns << file;
+            EXPECT_TRUE(has(columns + "[" + file + ":12] f ", "--file", file)) << columns << file;
+        }
+    }
+    EXPECT_TRUE(has("[app] [Script.lua:3] ", "--file", "Script.lua")) << "a line tells it whatever the extension";
+    EXPECT_TRUE(has("[app] [main] [Makefile:3] ", "--file", "Makefile")) << "behind two others it can be nothing else";
+    EXPECT_TRUE(has("[app] [main] [worker.3] ", "--file", "worker.3"));
+    EXPECT_TRUE(has("[app] [7] f ", "--thread", "app")) << "the number may be a line";
 }
 
 const std::string hours =

@@ -60,6 +60,9 @@ TEST_F(VeloraLog, MakesItsBarsStandForMoreTimeWhenThereAreManyMinutes) {
     EXPECT_THAT(lines, SizeIs(2 + 20)) << "a quarter of an hour each";
     EXPECT_THAT(lines[2], StartsWith("2026-11-22 00:15        15"));
     EXPECT_THAT(linesOf(run({"stats", "--every", "1m", path}).output), SizeIs(2 + 300));
+    EXPECT_THAT(linesOf(run({"stats", "--every", "90m", path}).output), SizeIs(2 + 4));
+    EXPECT_THAT(linesOf(run({"stats", "--every", "1h 30 minutes", path}).output), SizeIs(2 + 4));
+    EXPECT_THAT(linesOf(run({"stats", "--every", "120s", path}).output), SizeIs(2 + 150));
 }
 
 }  // namespace

@@ -1,11 +1,14 @@
 // What velora-log does on a terminal: colours, and a bar for long scans.
 
+#include <array>
 #include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <pty.h>
+#include <regex>
 #include <string>
 #include <support/TemporaryFolder.h>
 #include <sys/wait.h>
@@ -27,6 +30,19 @@ TEST_F(VeloraLog, ColoursLevelsWhenToldTo) {
     EXPECT_EQ(shown(line), line) << "a pipe gets no colours";
     EXPECT_EQ(shown(line, {"--color", "always"}), "2026-11-22 00:00:00.000 \x1b[31m[Error]\x1b[m [a.cpp:1] f > x\n");
     EXPECT_EQ(shown(line, {"--color=never"}), line);
+}
+
+/// What `child` prints to its terminal, of which this is the other side, until it ends.
+std::string everythingOn(int terminal, pid_t child) {
+    std::string text;
+    char buffer[4096];
+    for (ssize_t size = ::read(terminal, buffer, sizeof buffer); size > 0;
+         size = ::read(terminal, buffer, sizeof buffer)) {
+        text.append(buffer, static_cast<std::size_t>(size));
+    }
+    ::close(terminal);
+    ::waitpid(child, nullptr, 0);
+    return text;
 }
 
 /// What the program prints to a terminal that is its standard output and, if told, its standard error. `input` is
@@ -56,15 +72,7 @@ std::string onTerminal(std::vector<std::string> arguments, bool alsoOutput,
         std::this_thread::sleep_for(std::chrono::milliseconds(600));
     }
     ::close(inputPipe[1]);
-    std::string text;
-    char buffer[4096];
-    for (ssize_t size = ::read(terminal, buffer, sizeof buffer); size > 0;
-         size = ::read(terminal, buffer, sizeof buffer)) {
-        text.append(buffer, static_cast<std::size_t>(size));
-    }
-    ::close(terminal);
-    ::waitpid(child, nullptr, 0);
-    return text;
+    return everythingOn(terminal, child);
 }
 
 TEST_F(VeloraLog, ColoursLevelsOnATerminalUnlessToldOtherwise) {
@@ -93,6 +101,52 @@ TEST_F(VeloraLog, ShowsHowFarALongScanIsAndTakesTheBarAway) {
     EXPECT_THAT(bar, EndsWith("\r\x1b[K"));
     writeFile(path, "x\n");
     EXPECT_EQ(onTerminal({"stats", path}, false), "") << "a short scan needs none";
+}
+
+/// What `show` prints to a terminal that is its standard error, if nobody reads its output for a while.
+std::string onTerminalWithSlowReader(const std::string& path) {
+    int terminal = -1;
+    std::array<int, 2> output{};
+    EXPECT_EQ(::pipe2(output.data(), O_CLOEXEC), 0);
+    const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (child == 0) {
+        ::dup2(output[1], STDOUT_FILENO);
+        ::execl(VELORA_LOG_PROGRAM, VELORA_LOG_PROGRAM, "show", path.c_str(), nullptr);
+        ::_exit(127);
+    }
+    ::close(output[1]);
+    pollfd waiting{.fd = output[0], .events = POLLIN, .revents = 0};
+    EXPECT_EQ(::poll(&waiting, 1, 60'000), 1);
+    // It has begun, and stands still as soon as the pipe is full.
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    std::jthread reading([end = output[0]] {
+        std::array<char, 65'536> piece{};
+        while (::read(end, piece.data(), piece.size()) > 0) {
+        }
+        ::close(end);
+    });
+    return everythingOn(terminal, child);
+}
+
+TEST_F(VeloraLog, ShowsWhatPartOfAFileItHasRead) {
+    std::string content;
+    while (content.size() < 5'000'000) {
+        content += "2026-11-22 00:00:00.000 [Info] > " + std::string(66, 'x') + "\n";
+    }
+    writeFile(path, content);
+    const std::string bar = onTerminalWithSlowReader(path);
+    static const std::regex form(R"(\r\x1b\[K\[(#*)(\.*)\] ( ?[ 0-9][0-9]) %  ([0-9]) of 5 MB)");
+    int drawn = 0;
+    for (auto match = std::sregex_iterator(bar.begin(), bar.end(), form); match != std::sregex_iterator(); ++match) {
+        const int percent = std::stoi(match->str(3));
+        EXPECT_EQ(match->length(1) + match->length(2), 30) << match->str();
+        EXPECT_EQ(match->length(1), percent * 30 / 100) << match->str();
+        EXPECT_EQ(std::stoi(match->str(4)), percent * 5 / 100) << match->str();
+        EXPECT_GT(percent, 0);
+        ++drawn;
+    }
+    EXPECT_GT(drawn, 0) << bar;
+    EXPECT_THAT(bar, EndsWith("\r\x1b[K"));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "LogComplaint.h"
+#include "Complaint.h"
 
 #include <cstring>
 #include <iostream>
@@ -8,7 +8,7 @@
 namespace velora {
 
 void complain(std::string_view text) {
-    std::cerr << "velora-log: " << printable(text) << "\n";
+    std::cerr << VELORA_TOOL ": " << printable(text) << "\n";
 }
 
 std::string_view reasonOf(int error) {
