@@ -36,41 +36,58 @@ public:
 
 private:
     static constexpr std::uint32_t free = UINT32_MAX;
+    static constexpr std::size_t wordSize = sizeof(std::uint64_t);
 
     struct Entry {
         std::string key;
         DefaultsStoreValue value;
     };
 
-    /// Made of all bytes of the key, eight at a time: what the standard library offers costs a call, and more than
-    /// all the rest of a look-up.
+    /// Made of all bytes of the key: what the standard library offers costs a call, and more than all the rest of a
+    /// look-up. No multiplication waits for another one.
     static std::size_t hashOf(std::string_view key) {
-        constexpr std::size_t wordSize = sizeof(std::uint64_t);
-        std::uint64_t hash = key.size();
-        if (key.size() < wordSize) {
-            for (const char each : key) {
-                hash = mixed(hash, static_cast<unsigned char>(each));
-            }
-            return hash;
+        constexpr std::size_t blockSize = 2 * wordSize;
+        if (key.size() <= blockSize) {
+            return folded(beginOf(key), key.size() ^ endOf(key));
         }
-        const char* const last = key.data() + key.size() - wordSize;
-        for (const char* at = key.data(); at < last; at += wordSize) {
-            hash = mixed(hash, wordAt(at));
+        // The last block perhaps with some bytes of the one before.
+        const std::size_t last = key.size() - blockSize;
+        std::uint64_t hash = blockAt(key.data() + last, key.size());
+        for (std::size_t at = 0; at < last; at += blockSize) {
+            hash ^= blockAt(key.data() + at, at);
         }
-        return mixed(hash, wordAt(last));  // perhaps with some of the bytes before
+        return hash;
+    }
+    /// The first eight bytes, or all there are.
+    static std::uint64_t beginOf(std::string_view key) {
+        return key.size() < wordSize ? shortWord(key) : wordAt(key.data());
+    }
+    static std::uint64_t endOf(std::string_view key) {
+        return key.size() < wordSize ? 0 : wordAt(key.data() + key.size() - wordSize);
+    }
+    static std::uint64_t blockAt(const char* bytes, std::uint64_t position) {
+        return folded(wordAt(bytes) + position, wordAt(bytes + wordSize));
+    }
+    static std::uint64_t shortWord(std::string_view bytes) {
+        std::uint64_t word = 0;
+        for (const char each : bytes) {
+            word = word << 8U | static_cast<unsigned char>(each);
+        }
+        return word;
     }
     static std::uint64_t wordAt(const char* bytes) {
         std::uint64_t word = 0;
         std::memcpy(&word, bytes, sizeof word);
         return word;
     }
-    static std::uint64_t mixed(std::uint64_t hash, std::uint64_t word) {
+    /// Both halves of a product, so that each bit of both words has its effect on the low ones, which choose the slot.
+    static std::uint64_t folded(std::uint64_t first, std::uint64_t second) {
         __extension__ using Product = unsigned __int128;
+        // Bits of the golden ratio and of pi: texts have neither.
         constexpr std::uint64_t goldenRatio = 0x9E37'79B9'7F4A'7C15;
-        constexpr int wordBits = 64;
-        // Both halves, so that each bit of the word has its effect on the low ones, which choose the slot.
-        const Product product = Product{hash ^ word} * goldenRatio;
-        return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> wordBits);
+        constexpr std::uint64_t pi = 0x243F'6A88'85A3'08D3;
+        const Product product = Product{first ^ goldenRatio} * (second ^ pi);
+        return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64U);
     }
     std::uint32_t& slotFor(std::string_view key);
     void grow();
