@@ -29,6 +29,7 @@
 #include <Velora_UserDefaults/XCGLogger/Destinations/ConsoleDestination.h>
 
 #include "support/CountingFormatter.h"
+#include "support/ForksWithThreads.h"
 #include "support/RecordingDestination.h"
 #include "support/SyslogDaemon.h"
 #include "support/TemporaryFolder.h"
