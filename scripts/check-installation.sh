@@ -39,6 +39,11 @@ install_library() {
 
 check_headers() {
     (cd "$prefix/include" && find . -name '*.h' -printf '%P\n' | sort) >"$work/$kind.headers"
+    # Those of the static library are the same.
+    if [[ $kind == static ]]; then
+        diff "$work/shared.headers" "$work/static.headers"
+        return
+    fi
     # shellcheck disable=SC2016
     xargs -a "$work/$kind.headers" -d '\n' -P "$(nproc)" -I HEADER sh -c '
         echo "#include <HEADER>" | g++ "$@" -fsyntax-only -x c++ - || { echo "HEADER does not compile by itself"; exit 1; }
