@@ -65,17 +65,6 @@ Result run(std::vector<std::string> arguments) {
     return {.status = status, .output = captured.text()};
 }
 
-std::vector<std::string> argumentsOf(std::string_view line) {
-    std::vector<std::string> arguments;
-    Input input(reinterpret_cast<const std::uint8_t*>(line.data()), line.size());
-    while (!input.atEnd()) {
-        // A NUL ends an argument, as it does for a real program.
-        const std::string argument(input.until('\t'));
-        arguments.emplace_back(argument.c_str());
-    }
-    return arguments;
-}
-
 bool isHarmless(std::string_view line) {
     for (const std::string_view word : {"export", "import", "watch"}) {
         if (line.find(word) != std::string_view::npos) {

@@ -122,17 +122,6 @@ Result runOnPipe(const std::vector<std::string>& arguments, std::string_view con
     return result;
 }
 
-std::vector<std::string> argumentsOf(std::string_view line) {
-    std::vector<std::string> arguments;
-    Input input(reinterpret_cast<const std::uint8_t*>(line.data()), line.size());
-    while (!input.atEnd()) {
-        // A NUL ends an argument, as it does for a real program.
-        const std::string argument(input.until('\t'));
-        arguments.emplace_back(argument.c_str());
-    }
-    return arguments;
-}
-
 /// Whether a command ends, soon, and touches no file of others.
 bool isHarmless(std::string_view line) {
     // The system's regular expressions have no limits to what they cost.

@@ -13,6 +13,7 @@
 #include <string_view>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 #include <Velora_UserDefaults/XCGLogger/SourceLocation.h>
 
@@ -60,6 +61,18 @@ public:
 private:
     std::string_view bytes_;
 };
+
+/// The arguments of a command line, which are parted by tabs.
+inline std::vector<std::string> argumentsOf(std::string_view line) {
+    std::vector<std::string> arguments;
+    Input input(reinterpret_cast<const std::uint8_t*>(line.data()), line.size());
+    while (!input.atEnd()) {
+        // A NUL ends an argument, as it does for a real program.
+        const std::string argument(input.until('\t'));
+        arguments.emplace_back(argument.c_str());
+    }
+    return arguments;
+}
 
 /// `text` in quotes, with what cannot be printed as \xNN.
 inline std::string quoted(std::string_view text) {

@@ -11,7 +11,6 @@
 #include <iostream>
 #include <random>
 #include <string>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <thread>
@@ -19,26 +18,11 @@
 #include <vector>
 
 #include "reliability/LoggedLines.h"
+#include "support/SharedNumber.h"
 #include "support/TemporaryFolder.h"
 
 namespace velora::test {
 namespace {
-
-/// A number that a process shares with the children it forks.
-class SharedNumber {
-public:
-    SharedNumber()
-        : memory_(::mmap(nullptr, sizeof(std::atomic<int>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)),
-          number_(new (memory_) std::atomic<int>(0)) {}
-    SharedNumber(const SharedNumber&) = delete;
-    SharedNumber& operator=(const SharedNumber&) = delete;
-    ~SharedNumber() { ::munmap(memory_, sizeof(std::atomic<int>)); }
-    std::atomic<int>& operator*() const { return *number_; }
-
-private:
-    void* memory_;
-    std::atomic<int>* number_;
-};
 
 /// What a killed process left behind.
 struct Remains {

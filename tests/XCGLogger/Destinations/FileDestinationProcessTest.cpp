@@ -9,7 +9,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
-#include <sys/mman.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -24,6 +23,7 @@
 #include "support/ForksWithThreads.h"
 #include "support/OwnProcess.h"
 #include "support/RecordingDestination.h"
+#include "support/SharedNumber.h"
 #include "support/TemporaryFolder.h"
 
 namespace velora::test {
@@ -190,25 +190,9 @@ TEST_F(FileDestinationThreadsTest, LosesNothingWhenAProcessEndsThatDestroysItsDe
     expectEveryLineOnce({path + "2"}, 1, linesAtExit);
 }
 
-/// A counter that a process shares with the children it forks.
-class SharedCounter {
-public:
-    SharedCounter()
-        : memory_(::mmap(nullptr, sizeof(std::atomic<int>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)),
-          counter_(new (memory_) std::atomic<int>(0)) {}
-    SharedCounter(const SharedCounter&) = delete;
-    SharedCounter& operator=(const SharedCounter&) = delete;
-    ~SharedCounter() { ::munmap(memory_, sizeof(std::atomic<int>)); }
-    std::atomic<int>& operator*() const { return *counter_; }
-
-private:
-    void* memory_;
-    std::atomic<int>* counter_;
-};
-
 TEST_F(FileDestinationThreadsTest, HasEveryLineWhoseCallReturnedWhenTheProcessIsKilled) {
     constexpr int runs = 40;
-    const SharedCounter returned;
+    const SharedNumber returned;
     for (int run = 0; run < runs; ++run) {
         const std::string path = folder_ / ("run " + std::to_string(run));
         *returned = 0;
