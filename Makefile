@@ -12,12 +12,16 @@ FUZZ_SECONDS ?=
 FUZZ_TARGETS ?=
 # Not empty: run every benchmark once and briefly, to see that it works.
 BENCH_QUICK ?=
+# The parts of `make check-release`, such as "fuzz site"; empty: all.
+PARTS ?=
+# Not empty: make packages of what `make` has compiled already, without the distribution's flags.
+PACKAGES_QUICK ?=
 
 install-packages := scripts/install-packages.sh
 export DESTDIR
 
 .DEFAULT_GOAL := help
-.PHONY: help run test coverage fuzz bench docs check-docs install packages abi-update format lint clean
+.PHONY: help run test check-release coverage fuzz bench docs check-docs install packages abi-update format lint clean
 
 # Ninja itself notices what changed once a build folder is configured. Its benchmarks and tests need
 # packages that the rest does without, so only the tasks that use them turn them on.
@@ -40,7 +44,10 @@ test: ## Build and run all tests; PRESET=asan or tsan for a sanitizer
 	@$(install-packages) build test
 	@$(configure-tests)
 	@cmake --build --preset $(PRESET)
-	@ctest --preset $(PRESET)
+	@ctest --preset $(PRESET) --parallel $$(nproc)
+
+check-release: ## Run the checks that take longer than those of every change; PARTS="fuzz site"
+	@scripts/check-release.sh $(PARTS)
 
 coverage: ## Run all tests and tell which lines of the library they reach: build/coverage/index.html
 	@$(install-packages) build test coverage
@@ -48,7 +55,7 @@ coverage: ## Run all tests and tell which lines of the library they reach: build
 	@cmake --build --preset coverage
 	@scripts/coverage.sh
 
-fuzz: ## Try the library with made-up inputs; FUZZ_SECONDS=60 for each target, FUZZ_TARGETS=URLFuzz
+fuzz: ## Run the fuzz targets; FUZZ_SECONDS=60 for each target, FUZZ_TARGETS=URLFuzz
 	@$(install-packages) build fuzz
 	@test -f build/fuzz/build.ninja || cmake --preset fuzz
 	@cmake --build --preset fuzz
@@ -82,8 +89,9 @@ install: ## Install the library and its tools into PREFIX (/usr/local), below DE
 packages: ## Make Debian packages of the library, its headers and its tools in build/packages
 	@$(install-packages) build package
 	@rm -f build/packages/*.deb
-	@CXXFLAGS="$$(dpkg-buildflags --get CPPFLAGS) $$(dpkg-buildflags --get CXXFLAGS)" \
-		LDFLAGS="$$(dpkg-buildflags --get LDFLAGS)" cmake --preset packages
+	@$(if $(PACKAGES_QUICK),,CXXFLAGS="$$(dpkg-buildflags --get CPPFLAGS) $$(dpkg-buildflags --get CXXFLAGS)" \
+		LDFLAGS="$$(dpkg-buildflags --get LDFLAGS)") \
+		cmake --fresh --preset packages -DCMAKE_DISABLE_PRECOMPILE_HEADERS=$(if $(PACKAGES_QUICK),OFF,ON)
 	@cmake --build --preset packages
 	@cd build/packages && cpack --config CPackConfig.cmake
 	@ls build/packages/*.deb
@@ -98,8 +106,7 @@ format: ## Lay out all sources
 lint: ## Check the layout of all sources and run static analysis over them
 	@$(install-packages) build test bench lint
 	@scripts/format.sh --check
-	@test -f build/lint/build.ninja || cmake --preset lint
-	@scripts/tidy.sh build/lint
+	@scripts/tidy.sh
 
 clean: ## Remove everything that was built
 	rm -rf build

@@ -27,6 +27,7 @@ from collections import defaultdict
 from pathlib import Path
 
 import buildcost
+import instructions
 import rows
 
 # By side: the runs that Google Benchmark reports. By key and variant ("threads:2" or ""): the sides.
@@ -113,6 +114,18 @@ def collect_building(build: Path, quick: bool, measured: Measured) -> None:
     for key, sides in buildcost.measure(build / "benchmarks", rounds=1 if quick else 5).items():
         for side, values in sides.items():
             measured[key, ""][side] = [{figures[key]: value} for value in values]
+    print(f"{time.monotonic() - started:.0f} s")
+
+
+def collect_instructions(build: Path, measured: Measured) -> None:
+    """Adds how many instructions a call takes, beside those that were accepted last."""
+    started = time.monotonic()
+    print("Counting instructions ... ", end="", flush=True)
+    accepted = instructions.accepted()
+    for kind, count in instructions.count(build).items():
+        sides = measured[f"instructions-{kind}", ""]
+        sides["ours"] = [{"instructions": count}]
+        sides["accepted"] = [{"instructions": accepted[kind]}]
     print(f"{time.monotonic() - started:.0f} s")
 
 
@@ -235,6 +248,7 @@ def main(arguments: list[str]) -> int:
         errors += collect(run_program(program, repetitions, build, quick, passed), measured)
     if not any(argument.startswith("--benchmark_filter") for argument in passed):
         collect_building(build, quick, measured)
+        collect_instructions(build, measured)
 
     goals, details = compare(measured, versions)
     print_table("With goals: ours must not be more than the goal times the peer's", goals)

@@ -6,6 +6,8 @@ shows one figure of one key: ours, beside that of each peer.
 
 from dataclasses import dataclass, field
 
+import instructions
+
 # How often each program measures everything; the order of all measurements is random.
 PROGRAMS = {
     "LoggingBenchmark": 15,
@@ -74,7 +76,7 @@ ROWS = [
     Row(
         "preference-read",
         "reading a preference, fresh",
-        peers={"QSettings stale": 0.35, "QSettings fresh": None, "GSettings": None},
+        peers={"QSettings stale": 0.15, "QSettings fresh": None, "GSettings": None},
     ),
     Row(
         "preference-write",
@@ -90,6 +92,10 @@ PREFERENCES = {"QSettings stale": None, "QSettings fresh": None, "GSettings": No
 
 # What is measured without a goal.
 DETAILS = [
+    *[
+        Row(f"instructions-{kind}", f"instructions: {title}", "instructions", "ins.", peers={"accepted": None})
+        for kind, title in instructions.TITLES.items()
+    ],
     Row("queue-caller", "the caller's share of a queued line, 999 of 1,000", "p999_ns", peers=SPDLOG),
     Row("queue-caller", "the caller's share of a queued line, longest", "max_ns", peers=SPDLOG),
     Row("direct-caller", "the caller's share without a queue, median", "p50_ns", peers=SPDLOG),
@@ -118,6 +124,7 @@ DETAILS = [
     Row("read-bool", "reading a truth value", peers=PREFERENCES),
     Row("read-bool-threads", "reading a truth value, by"),
     Row("read-string", "reading a text", peers=PREFERENCES),
+    Row("preference-read-threads", "reading a preference, by", peers={"QSettings stale": None}),
     Row("register-and-read", "registering a default, then reading it"),
     Row("read-while-written", "reading while another process writes,"),
     Row("queued-work-end-to-end", "a piece of work on a queue, end to end", "each_ns", peers=SPDLOG),

@@ -59,7 +59,10 @@ if(VELORA_BUILD_FUZZERS AND CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     target_compile_options(velora_compiler INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
+# ccache compiles once what several build folders compile alike. With precompiled headers it works only if told that their
+# macros and times do not matter: they are a part of what it compares anyhow.
 find_program(VELORA_CCACHE ccache)
 if(VELORA_CCACHE AND PROJECT_IS_TOP_LEVEL AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-    set(CMAKE_CXX_COMPILER_LAUNCHER "${VELORA_CCACHE}")
+    set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_NOHASHDIR=1
+        CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime "${VELORA_CCACHE}")
 endif()

@@ -7,14 +7,15 @@ include(CMakePackageConfigHelpers)
 # Headers for the library's own use, as regular expressions without the ".h"; no public header includes
 # one of them.
 set(VELORA_INTERNAL_HEADERS
+    Platform/Base64
     "Platform/DefaultsStore.+"
     Platform/Descriptor
-    "Platform/DispatchQueue.+"
     Platform/ExceptionGuard
     Platform/ExtendedAttributes
     Platform/FileContents
     Platform/FileMove
     Platform/ForkHandlers
+    Platform/LocalTime
     Platform/OwnFolder
     Platform/ProcessInfo
     Platform/RecursiveLock
@@ -24,14 +25,12 @@ set(VELORA_INTERNAL_HEADERS
     Platform/SystemLog
     Platform/Text
     Platform/TypeName
-    XCGLogger/Destinations/BufferedFiles
-    XCGLogger/Destinations/FileDestinationFile
+    XCGLogger/Destinations/FileDestinationState
     XCGLogger/Destinations/LogFile
     XCGLogger/Destinations/PendingLines
-    XCGLogger/Destinations/QueuedLine
+    XCGLogger/Destinations/QueuedLines
     XCGLogger/EngineGuard
     XCGLogger/InternalUserInfo
-    XCGLogger/LogCallScope
     XCGLogger/LogFormatters/JSONText
     XCGLogger/LogFormatters/LevelListing
     XCGLogger/LogFormatters/RGBText

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include <Velora_UserDefaults/Platform/DefaultsStoreDocument.h>
-#include <Velora_UserDefaults/Platform/DefaultsStoreScanner.h>
 
 namespace velora::test {
 namespace {
@@ -129,7 +128,7 @@ void check(std::string_view text, std::string_view added) {
     require(document.has_value() == fault.empty(), "there is a fault or a document");
     const Reference reference = referenceOf(text);
     if (reference.knows) {
-        const bool isAcceptable = reference.object && depthOf(text) <= DefaultsStoreScanner::maximumDepth + 1;
+        const bool isAcceptable = reference.object && depthOf(text) <= DefaultsStoreDocument::maximumDepth + 1;
         require(document.has_value() == isAcceptable, "well-formed text is what other parsers take for such");
     }
     if (!document) {

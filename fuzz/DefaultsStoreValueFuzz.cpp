@@ -1,17 +1,20 @@
 // What stored values read as: text as an integer like strtoll(3), numbers and texts as another parser of JSON
 // reads them, and every text back from its JSON.
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <support/Fuzzing.h>
+#include <vector>
 
-#include <Velora_UserDefaults/Platform/DefaultsStoreScanner.h>
+#include <Velora_UserDefaults/Platform/DefaultsStoreDocument.h>
 #include <Velora_UserDefaults/Platform/DefaultsStoreValue.h>
 #include <Velora_UserDefaults/Platform/Text.h>
 
@@ -56,11 +59,34 @@ void checkText(const std::string& text) {
     }
 }
 
+/// The value that is JSON text, without blanks around it; nothing if it is none.
+std::optional<std::string> onlyValueIn(const std::string& text) {
+    std::string fault;
+    const auto document = DefaultsStoreDocument::parse("{\"key\": " + text + "}", fault);
+    return document && document->members().size() == 1 ? std::optional(document->members()[0].json) : std::nullopt;
+}
+
+/// Real numbers, lists of text and bytes, there and back.
+void checkRoundTrips(const std::string& text) {
+    const std::vector<std::string> texts = {text, "", text};
+    const auto list = DefaultsStoreValue::fromJSON(defaultsStoreJSON(std::span<const std::string>(texts))).asStrings();
+    require(list && list->size() == texts.size(), "a list comes back");
+    require(!isValidUTF8(text) || *list == texts, "a list of texts comes back as it was");
+    const auto bytes = std::as_bytes(std::span(text));
+    const auto read = DefaultsStoreValue::fromJSON(defaultsStoreJSON(bytes)).asBytes();
+    require(read && std::equal(read->begin(), read->end(), bytes.begin(), bytes.end()), "bytes come back");
+    const double real = DefaultsStoreValue::fromString(text).real;
+    if (std::isfinite(real)) {
+        const DefaultsStoreValue value = DefaultsStoreValue::fromJSON(defaultsStoreJSON(real));
+        require(value.type == Type::real, "a real number stays one");
+        requireSame(value.real, real, "a real number comes back");
+    }
+}
+
 /// Text as JSON, there and back.
 void checkEncoding(const std::string& text) {
     const std::string json = defaultsStoreJSON(text);
-    DefaultsStoreScanner scanner(json);
-    require(scanner.string().has_value() && scanner.atEnd(), "the JSON of a text is a string");
+    requireEqual(onlyValueIn(json).value_or(""), json, "the JSON of a text is well formed");
     const DefaultsStoreValue value = DefaultsStoreValue::fromJSON(json);
     require(value.type == Type::string && isValidUTF8(value.text), "the JSON of a text is read as text");
     require(isValidUTF8(text) ? value.text == text : value.text.find("\xEF\xBF\xBD") != std::string::npos,
@@ -110,14 +136,10 @@ void checkOther(const DefaultsStoreValue& value, const nlohmann::json& reference
 }
 
 void checkJSON(const std::string& text) {
-    DefaultsStoreScanner scanner(text);
-    scanner.skipBlanks();
-    const std::size_t start = scanner.position();
-    const auto json = scanner.value();
+    const auto json = onlyValueIn(text);
     if (!json) {
         return;
     }
-    require(scanner.position() == start + json->size(), "a value is what was walked over");
     const DefaultsStoreValue value = DefaultsStoreValue::fromJSON(*json);
     if (json->front() == '-' || (json->front() >= '0' && json->front() <= '9')) {
         checkNumber(value, std::string(*json));
@@ -136,6 +158,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string text(velora::test::Input(data, size).rest());
     velora::test::checkText(text);
     velora::test::checkEncoding(text);
+    velora::test::checkRoundTrips(text);
     velora::test::checkJSON(text);
     return 0;
 }

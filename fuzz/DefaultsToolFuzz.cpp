@@ -16,6 +16,7 @@
 #include <Velora_UserDefaults/Platform/DefaultsStore.h>
 
 #include "DefaultsArguments.h"
+#include "DefaultsNaming.h"
 #include "DefaultsValue.h"
 
 int runVeloraDefaults(int count, char** arguments);

@@ -20,6 +20,9 @@
 namespace velora::test {
 namespace {
 
+// ICU's macro narrows integers.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wconversion"
 bool isUTF8(std::string_view text) {
     const char* const bytes = text.data();
     const auto size = static_cast<std::int32_t>(text.size());
@@ -32,6 +35,7 @@ bool isUTF8(std::string_view text) {
     }
     return true;
 }
+#pragma GCC diagnostic pop
 
 icu::UnicodeString wide(std::string_view text) {
     return icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size())));

@@ -11,15 +11,16 @@ cd "$(dirname "$0")/.."
 accepted=abi/Velora_UserDefaults.abi.gz
 
 scripts/install-packages.sh build package
-make packages >/dev/null
-library=$(realpath build/packages/Velora_UserDefaults/libVelora_UserDefaults.so)
-headers=build/packages/abi-headers
-rm -rf "$headers"
-cmake --install build/packages --prefix "$PWD/$headers" --component development >/dev/null
+[[ -f build/release/build.ninja ]] || cmake --preset release -DVELORA_BUILD_TESTS=OFF >/dev/null
+cmake --build --preset release --target Velora_UserDefaults >/dev/null
+library=$(realpath build/release/Velora_UserDefaults/libVelora_UserDefaults.so)
+work=build/abi
+rm -rf "$work"
+cmake --install build/release --prefix "$PWD/$work/installed" --component development >/dev/null
 
 # Only what the installed headers define: the standard library's and {fmt}'s types are theirs.
 dump() {
-    abidw --headers-dir "$headers/include" --drop-private-types --no-corpus-path --no-comp-dir-path \
+    abidw --headers-dir "$work/installed/include" --drop-private-types --no-corpus-path --no-comp-dir-path \
         --no-show-locs --exported-interfaces-only "$library"
 }
 
@@ -30,10 +31,10 @@ if [[ ${1:-} == --update ]]; then
     exit 0
 fi
 
-dump >build/packages/current.abi
-gzip -dc "$accepted" >build/packages/accepted.abi
+dump >"$work/current.abi"
+gzip -dc "$accepted" >"$work/accepted.abi"
 code=0
-abidiff --no-added-syms build/packages/accepted.abi build/packages/current.abi || code=$?
+abidiff --no-added-syms "$work/accepted.abi" "$work/current.abi" || code=$?
 if ((code != 0)); then
     echo "The binary interface differs from the accepted one (abidiff: $code). If that is meant: make abi-update" >&2
     exit 1

@@ -15,9 +15,17 @@
 # the commands that stand there. First below a folder that the system does not search; then, in a mount namespace of
 # its own, in an empty /usr/local, where nothing but what README.md says may be needed.
 #
-#     scripts/check-installation.sh WORK-FOLDER
+#     scripts/check-installation.sh [--quick] WORK-FOLDER
+#
+# --quick: only the way of a newcomer, below a folder that the system does not search, and there the headers and the
+# program of tests/consumer.
 set -euo pipefail
 
+quick=
+if [[ $1 == --quick ]]; then
+    quick=1
+    shift
+fi
 work=$(realpath -m "$1")
 source=$(realpath "$(dirname "$0")/..")
 consumer=$source/tests/consumer
@@ -88,16 +96,18 @@ check_use_of_headers() {
     }
 }
 
-for kind in shared static; do
-    prefix=$work/$kind/installed
-    [[ $kind == shared ]] && shared=ON || shared=OFF
-    echo "-- $kind library"
-    install_library
-    check_headers
-    check_package
-    check_pkg_config
-    check_use_of_headers
-done
+check_ways_of_linking() {
+    for kind in shared static; do
+        prefix=$work/$kind/installed
+        [[ $kind == shared ]] && shared=ON || shared=OFF
+        echo "-- $kind library"
+        install_library
+        check_headers
+        check_package
+        check_pkg_config
+        check_use_of_headers
+    done
+}
 
 check_subproject() {
     local way=$1 build=$work/$1/build installed=$work/$1/installed launcher=()
@@ -116,10 +126,6 @@ check_subproject() {
         return 1
     }
 }
-
-for way in subdirectory source-dir clone; do
-    check_subproject "$way"
-done
 
 # Prints the block of README.md that is in the language and holds the text.
 block_of_readme() {
@@ -194,11 +200,23 @@ check_system_prefix() {
 }
 
 unset LD_LIBRARY_PATH
+if [[ -z $quick ]]; then
+    check_ways_of_linking
+    for way in subdirectory source-dir clone; do
+        check_subproject "$way"
+    done
+fi
+
 kind="make"
 prefix=$work/$kind/installed
 echo "-- make install"
 check_make_install
 check_tools
+if [[ $quick ]]; then
+    check_headers
+    check_package
+    check_use_of_headers
+fi
 (
     # What README.md says about a prefix that the system does not search; LD_RUN_PATH is -Wl,-rpath.
     export CMAKE_PREFIX_PATH=$prefix PKG_CONFIG_PATH=$prefix/lib/pkgconfig LD_RUN_PATH=$prefix/lib
@@ -206,6 +224,7 @@ check_tools
     follow_readme pkg-config
 )
 
+[[ -z $quick ]] || exit 0
 kind="system"
 mkdir -p "$work/$kind"
 if unshare --mount true 2>/dev/null; then

@@ -11,7 +11,7 @@ build=build/coverage
 
 # Counters of an earlier run would be added to.
 find $build -name '*.gcda' -delete
-ctest --preset coverage
+ctest --preset coverage --parallel "$(nproc)"
 gcovr --root . --object-directory $build --filter Velora_UserDefaults/ --exclude-throw-branches \
     --html-details $build/index.html --html-title "Velora_UserDefaults" --txt $build/lines.txt --print-summary \
     --fail-under-line 95 $build >$build/summary.txt 2>$build/gcovr.txt || {

@@ -1,9 +1,9 @@
 #!/bin/bash
-# Runs the programs that try the library with made-up inputs: all of fuzz/, or those named.
+# Runs the fuzz targets: all of fuzz/, or those named.
 #
 #     scripts/fuzz.sh [--seconds N] [--replay-only] [TARGET...]
 #
-# First every input of fuzz/corpus is tried. Then each target makes up inputs: for N seconds, as many targets at a time
+# First every input of fuzz/corpus is replayed. Then each target generates inputs: for N seconds, as many targets at a time
 # as there are processors, or without an end, all at once, until interrupted. Inputs that reach new code are kept in
 # build/fuzz/corpus, where the next run goes on from. An input that breaks a promise is kept in build/fuzz/failures, and
 # the command that tries it again is printed; then this fails. The programs must have been built in build/fuzz.

@@ -1,5 +1,5 @@
 // Our preferences in the rows that are compared: a typed property, as a host reads and writes it. Each read sees what
-// any process wrote last; a write is on the disk (fdatasync) when it returns.
+// any process wrote last; a write is durable (fdatasync) when it returns.
 
 #include <benchmark/benchmark.h>
 #include <cstdint>
@@ -43,6 +43,7 @@ void read(benchmark::State& state) {
     }
 }
 BENCHMARK(read)->Name("preference-read/ours");
+BENCHMARK(read)->Name("preference-read-threads/ours")->Threads(1)->Threads(8);
 
 void write(benchmark::State& state) {
     UserDefaultsManager& manager = preferences();

@@ -1,4 +1,4 @@
-# The examples of the documentation: of each page that has some, a source of GuideTest. A part of tests/CMakeLists.txt.
+# The examples of the documentation: of each page that has some, a source of GuideTests. A part of tests/CMakeLists.txt.
 find_program(VELORA_PYTHON NAMES python3 PATHS /usr/bin NO_DEFAULT_PATH REQUIRED)
 file(GLOB VELORA_GUIDE_PAGES CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/docs/guide/*.md")
 foreach(page README.md docs/fleet.md docs/log-files.md docs/preferences.md docs/security.md)
@@ -12,5 +12,5 @@ foreach(page IN LISTS VELORA_GUIDE_PAGES)
         COMMAND "${VELORA_PYTHON}" -B "${CMAKE_CURRENT_SOURCE_DIR}/guide/examples.py" "${page}" "${source}"
         DEPENDS "${page}" guide/examples.py
         VERBATIM)
-    target_sources(GuideTest PRIVATE "${source}")
+    target_sources(GuideTests PRIVATE "${source}")
 endforeach()

@@ -10,7 +10,6 @@
 #include <spawn.h>
 #include <sstream>
 #include <string>
-#include <support/ForksWithThreads.h>
 #include <support/TemporaryFolder.h>
 #include <sys/wait.h>
 #include <unistd.h>

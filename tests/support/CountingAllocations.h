@@ -2,10 +2,7 @@
 
 #include <cstddef>
 
-#include "support/OwnAllocation.h"
-
-/// Counts how often the program asks for memory. For programs of one source file: this header replaces the
-/// program's `operator new` and `operator delete`.
+/// Counts how often a program asks for memory that is linked with CountingAllocations.cpp and OwnAllocation.cpp.
 
 namespace velora::test {
 
@@ -27,11 +24,6 @@ AllocationCounts allocationsOf(Work work) {
     const AllocationCounts before = allocationCounts;
     work();
     return {.all = allocationCounts.all - before.all, .huge = allocationCounts.huge - before.huge};
-}
-
-inline void allocationIsAsked(std::size_t size) {
-    ++allocationCounts.all;
-    allocationCounts.huge += size >= hugeSize ? 1 : 0;
 }
 
 }  // namespace velora::test

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <string>
 
 #include <Velora_UserDefaults/Platform/DateFormatter.h>
@@ -13,7 +14,7 @@ public:
     void append(Date /*date*/, std::string& out) const override { out += "_" + std::to_string(++count_); }
 
 private:
-    mutable int count_ = 0;
+    mutable std::atomic<int> count_ = 0;
 };
 
 }  // namespace velora::test

@@ -1,2 +1,2 @@
-// Compiled for the headers that all tests share, not to be run.
+// Compiled for the precompiled headers that all tests share, not to be run.
 int main() {}

@@ -92,7 +92,7 @@ TEST_P(Completion, OffersCommandsAndOptions) {
     EXPECT_THAT(offered("velora-log p"), UnorderedElementsAre("prune", "purge"));
     EXPECT_THAT(offered("velora-log show --le"), ElementsAre("--level"));
     EXPECT_THAT(offered("velora-log prune --d"), ElementsAre("--dry-run"));
-    EXPECT_THAT(offered("velora-defaults re"), ElementsAre("read"));
+    EXPECT_THAT(offered("velora-defaults re"), UnorderedElementsAre("read", "reset"));
     EXPECT_THAT(offered("velora-defaults write Server_Own -i"), ElementsAre("-int"));
     EXPECT_THAT(offered("velora-defaults list --j"), ElementsAre("--json"));
 }

@@ -1,7 +1,6 @@
 // The program velora-defaults, run as scripts run it.
 
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
@@ -13,6 +12,7 @@
 #include <support/TemporaryFolder.h>
 #include <sys/wait.h>
 #include <tools/VeloraDefaultsTestSupport.h>
+#include <utility>
 #include <vector>
 
 #include <Velora_UserDefaults/Platform/DefaultsStore.h>
@@ -118,8 +118,10 @@ TEST_F(VeloraDefaults, RefusesWhatThePropertyCouldNotReadBack) {
     }
     EXPECT_TRUE(DefaultsStore(file).allValues().empty());
     EXPECT_EQ(run(refused[0]).errors,
-              "velora-defaults: Preferences_Logging_LoggingLevel takes 0 (No logging), "
-              "1 (Low level), 2 (High level) or 3 (All events)\n");
+              "velora-defaults: Preferences_Logging_LoggingLevel takes 0 noLoggin (No logging), "
+              "1 lowLevel (Low level), 2 highLevel (High level) or 3 allLevel (All events)\n");
+    EXPECT_EQ(run({"write", "Server_ScreenControlMode", "on top"}).errors,
+              "velora-defaults: Server_ScreenControlMode takes 0 notPinned or 1 alwaysOnTop\n");
 }
 
 TEST_F(VeloraDefaults, WritesItAllTheSameWhenForced) {
@@ -157,9 +159,12 @@ TEST_F(VeloraDefaults, FailsToReadOrDeleteWhatIsNotThere) {
 TEST_F(VeloraDefaults, TellsTheKeyToWhomeverNamesAProperty) {
     const std::string key = "Preferences_Security_PinCodeLength";
     EXPECT_EQ(run({"write", "pinCodeLength", "8"}),
-              (Result{2, "", "velora-defaults: pinCodeLength is a property; its key is " + key + "\n"}));
+              (Result{2, "",
+                      "velora-defaults: pinCodeLength is a property; its key is " + key +
+                          " (--force writes it all the same)\n"}));
     EXPECT_EQ(run({"read", "pinCodeLength"}).errors,
-              "velora-defaults: no value is stored under pinCodeLength (the key of that property is " + key + ")\n");
+              "velora-defaults: no value is stored under pinCodeLength (pinCodeLength is a property; its key is " +
+                  key + ")\n");
     EXPECT_EQ(run({"delete", "pinCodeLength"}).status, 1);
     EXPECT_TRUE(DefaultsStore(file).allValues().empty());
     EXPECT_EQ(run({"write", "--force", "pinCodeLength", "8"}), prints(""));
@@ -189,19 +194,24 @@ TEST_F(VeloraDefaults, ListsEveryKeyInAlignedColumns) {
     store.importText(R"({"own": 1.50})");
     const Result result = run({"list"});
     EXPECT_EQ(result.status, 0);
-    const auto row = [](const std::string& key, const std::string& rest) {
-        return "\n" + key +
-               std::string(std::string("PermissionControlsServiceScreenRecordIsRequested").size() - key.size() + 2,
-                           ' ') +
-               rest + "\n";
+    const auto padded = [](const std::string& text, const std::string& longest) {
+        return text + std::string(longest.size() - text.size() + 2, ' ');
     };
-    EXPECT_THAT(result.output, StartsWith(row("KEY", "TYPE    STATE    VALUE").substr(1)));
-    EXPECT_THAT(result.output, HasSubstr(row("Preferences_Security_PinCodeLength", "int     stored   8")));
-    EXPECT_THAT(result.output, HasSubstr(row("Preferences_Logging_LoggingLevel", "int     default  1")));
+    const auto row = [&](const std::string& key, const std::string& property, const std::string& rest) {
+        return "\n" + padded(key, "PermissionControlsServiceScreenRecordIsRequested") +
+               padded(property, "customSupportServerEndpoint") + rest + "\n";
+    };
+    EXPECT_THAT(result.output, StartsWith(row("KEY", "PROPERTY", "TYPE    STATE    VALUE").substr(1)));
     EXPECT_THAT(result.output,
-                HasSubstr(row("Preferences_General_ComputerDisplayName", R"(string  stored   Ann's\nPC)")));
-    EXPECT_THAT(result.output, HasSubstr(row("Server_ID_String", "string  absent")));
-    EXPECT_THAT(result.output, HasSubstr(row("own", "real    stored   1.5")));
+                HasSubstr(row("Preferences_Security_PinCodeLength", "pinCodeLength", "int     stored   8")));
+    EXPECT_THAT(result.output, HasSubstr(row("Preferences_Logging_LoggingLevel", "loggingLevel",
+                                             "int     default  1 lowLevel (Low level)")));
+    EXPECT_THAT(result.output,
+                HasSubstr(row("Server_ScreenControlMode", "serverScreenControlMode", "int     default  0 notPinned")));
+    EXPECT_THAT(result.output, HasSubstr(row("Preferences_General_ComputerDisplayName", "computerDisplayName",
+                                             R"(string  stored   Ann's\nPC)")));
+    EXPECT_THAT(result.output, HasSubstr(row("Server_ID_String", "serverId", "string  absent")));
+    EXPECT_THAT(result.output, HasSubstr(row("own", "", "real    stored   1.5")));
     EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 1 + 35 + 1);
 }
 
@@ -223,12 +233,19 @@ TEST_F(VeloraDefaults, ListsAsJSON) {
     const auto list = nlohmann::json::parse(result.output);
     ASSERT_EQ(list.size(), 36U);
     const auto expected = [](const char* text) { return nlohmann::json::parse(text); };
-    EXPECT_EQ(list[0], expected(R"({"key": "Server_ID_String", "type": "string", "value": null, "stored": false})"));
-    EXPECT_EQ(list[17],
-              expected(R"({"key": "Preferences_Security_PinCodeLength", "type": "int", "value": 6, "stored": false})"));
-    EXPECT_EQ(list[33], expected(R"({"key": "CoreLoggerPath", "type": "url", "value": {"url": "file:///a%20b"},
+    EXPECT_EQ(list[0], expected(R"({"key": "Server_ID_String", "property": "serverId", "type": "string", "value": null,
+                                    "stored": false})"));
+    EXPECT_EQ(list[7], expected(R"({"key": "Preferences_General_DefaultMicrohponeSettings",
+                                    "property": "defaultMicrophoneSettings", "type": "int", "value": 0,
+                                    "stored": false, "case": "mute", "words": "Mute"})"));
+    EXPECT_EQ(list[17], expected(R"({"key": "Preferences_Security_PinCodeLength", "property": "pinCodeLength",
+                                     "type": "int", "value": 6, "stored": false})"));
+    EXPECT_EQ(list[29], expected(R"({"key": "PermissionControlsIsShow", "property": null, "type": "bool",
+                                     "value": false, "stored": false})"));
+    EXPECT_EQ(list[33], expected(R"({"key": "CoreLoggerPath", "property": "coreLoggerPath", "type": "url",
+                                     "value": {"url": "file:///a%20b"}, "stored": true})"));
+    EXPECT_EQ(list[35], expected(R"({"key": "say \"hi\"\n", "property": null, "type": "string", "value": "ä",
                                      "stored": true})"));
-    EXPECT_EQ(list[35], expected(R"({"key": "say \"hi\"\n", "type": "string", "value": "ä", "stored": true})"));
 }
 
 TEST_F(VeloraDefaults, ExportsAndImports) {
@@ -277,28 +294,206 @@ TEST_F(VeloraDefaults, FailsWithTheStore) {
     }
 }
 
-TEST_F(VeloraDefaults, TellsOfADamagedStoreAndKeepsIt) {
+TEST_F(VeloraDefaults, TellsOfADamagedStoreAndLeavesItWhereItIs) {
     std::filesystem::create_directories(folder / "store");
-    for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
-             {"list"}, {"read", "Preferences_Proxy_UseProxy"}, {"write", "own", "1"}}) {
-        std::filesystem::remove_all(folder / "store");
-        std::filesystem::create_directories(folder / "store");
-        writeFile(file, "{\"own\": ");
-        std::filesystem::last_write_time(file, std::filesystem::last_write_time(file) - std::chrono::hours(1));
+    writeFile(file, "{\"own\": ");
+    for (const std::vector<std::string>& arguments :
+         std::vector<std::vector<std::string>>{{"list"}, {"read", "Preferences_Proxy_UseProxy"}, {"export", "-"}}) {
         const Result result = run(arguments);
-        EXPECT_EQ(result.status, arguments[0] == "write" ? 0 : 1) << arguments[0];
-        EXPECT_THAT(result.errors, ContainsRegex("^velora-defaults: .* is damaged .* It is kept as .*\n$"));
-        const std::string kept = result.errors.substr(result.errors.find(" kept as ") + 9);
-        EXPECT_EQ(readFile(kept.substr(0, kept.size() - 2)), "{\"own\": ");
-        EXPECT_EQ(run({"list"}).errors, "") << "it is told once";
+        EXPECT_EQ(result.status, 1) << arguments[0];
+        EXPECT_THAT(result.errors, ContainsRegex("^velora-defaults: .*cannot read .*: no well-formed JSON.*\n$"));
+        EXPECT_EQ(readFile(file), "{\"own\": ");
     }
+}
+
+TEST_F(VeloraDefaults, SetsADamagedStoreAsideWhenItWrites) {
+    std::filesystem::create_directories(folder / "store");
+    writeFile(file, "{\"own\": ");
+    const Result result = run({"write", "own", "1"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.errors, ContainsRegex("^velora-defaults: .* is damaged .* It is kept as .*\n$"));
+    const std::string kept = result.errors.substr(result.errors.find(" kept as ") + 9);
+    EXPECT_EQ(readFile(kept.substr(0, kept.size() - 2)), "{\"own\": ");
+    EXPECT_EQ(run({"list"}).errors, "") << "it is told once";
+}
+
+TEST_F(VeloraDefaults, AppendsWhereItsOutputAppends) {
+    DefaultsStore(file).setInteger("own", 1);
+    for (const std::string target : {"/dev/stdout", "/dev/fd/1", "/proc/self/fd/1", "-"}) {
+        writeFile(folder / "log", "a line\n");
+        const std::string command =
+            std::string(VELORA_DEFAULTS_PROGRAM) + " export " + target + " >> '" + (folder / "log") + "'";
+        EXPECT_EQ(std::system(command.c_str()), 0) << target;
+        EXPECT_EQ(readFile(folder / "log"), "a line\n" + readFile(file)) << target;
+        const std::string piped =
+            std::string(VELORA_DEFAULTS_PROGRAM) + " export " + target + " | cat > '" + (folder / "piped") + "'";
+        EXPECT_EQ(std::system(piped.c_str()), 0) << target;
+        EXPECT_EQ(readFile(folder / "piped"), readFile(file)) << target;
+    }
+}
+
+TEST_F(VeloraDefaults, FailsToStoreWithoutAHome) {
+    ::unsetenv("VELORA_DEFAULTS_FILE");
+    ::setenv("HOME", (folder / "missing").c_str(), 1);
+    writeFile(folder / "in.json", R"({"own": 1})");
+    for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+             {"write", "own", "1"}, {"delete", "own"}, {"reset", "--all"}, {"import", folder / "in.json"}, {"path"}}) {
+        const Result result = run(arguments);
+        EXPECT_EQ(result.status, 1) << arguments[0];
+        EXPECT_THAT(result.errors, HasSubstr("velora-defaults: there is no home folder")) << arguments[0];
+    }
+    EXPECT_EQ(run({"list", "--keys"}).status, 0);
+}
+
+TEST_F(VeloraDefaults, ImportsNothingThatWriteRefuses) {
+    const std::pair<const char*, const char*> refused[] = {
+        {R"({"fine": 1, "Preferences_Logging_LoggingLevel": 99})", "Preferences_Logging_LoggingLevel takes 0 noLoggin"},
+        {R"({"Preferences_Security_PinCodeLength": "six"})", "takes a value of type int, not string"},
+        {R"({"Preferences_Security_PinCodeLength": 9223372036854775808})", "is not an integer of 64 bits"},
+        {R"({"Preferences_Proxy_UseProxy": [true]})", "takes a value of type bool, not json"},
+        {R"({"CoreLoggerPath": {"url": "no url"}})", "is not a URL"},
+        {R"({"Preferences_Security_AllowUnattendedAccess": true})",
+         "did you mean Preferences_Sucurity_AllowUnuttendedAccess?"},
+    };
+    for (const auto& [contents, reason] : refused) {
+        writeFile(folder / "in.json", contents);
+        for (const auto& [from, input] : {std::pair(folder / "in.json", std::string("/dev/null")),
+                                          std::pair(std::string("-"), folder / "in.json")}) {
+            const Result result = run({"import", from}, input);
+            EXPECT_EQ(result.status, 2) << contents;
+            EXPECT_THAT(result.errors, AllOf(HasSubstr(reason), HasSubstr("nothing was imported")));
+            EXPECT_FALSE(std::filesystem::exists(file));
+        }
+    }
+    EXPECT_EQ(run({"import", "--force", folder / "in.json"}), prints(""));
+    EXPECT_EQ(stored("Preferences_Security_AllowUnattendedAccess"), "true");
+    writeFile(folder / "in.json", R"({"CoreLoggerPath": "/var/log", "own": {"a": 1}, "none": null})");
+    EXPECT_EQ(run({"import", folder / "in.json"}), prints(""));
+}
+
+TEST_F(VeloraDefaults, MarksWhatThePropertyCannotRead) {
+    DefaultsStore(file).setInteger("Preferences_Logging_LoggingLevel", 99);
+    DefaultsStore(file).setString("Preferences_Security_PinCodeLength", "six");
+    EXPECT_THAT(run({"list"}).output, AllOf(ContainsRegex("loggingLevel +int +invalid +99\n"),
+                                            ContainsRegex("pinCodeLength +string +invalid +six\n")));
+    const auto list = nlohmann::json::parse(run({"list", "--json"}).output);
+    EXPECT_THAT(list[14]["problem"].get<std::string>(), HasSubstr("takes 0 noLoggin"));
+    EXPECT_FALSE(list[14].contains("case"));
+    const Result result = run({"read", "Preferences_Logging_LoggingLevel"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output, "99\n");
+    EXPECT_THAT(result.errors,
+                HasSubstr("the application cannot read this value: Preferences_Logging_LoggingLevel takes"));
+}
+
+TEST_F(VeloraDefaults, RefusesAKeyThatIsNearAKnownOne) {
+    const std::pair<const char*, const char*> mistyped[] = {
+        {"Preferences_Security_AllowUnattendedAccess", "Preferences_Sucurity_AllowUnuttendedAccess"},
+        {"Preferences_General_DefaultMicrophoneSettings", "Preferences_General_DefaultMicrohponeSettings"},
+        {"Preferences_Connection_PromptIncomingConnection", "Preferences_Connection_PromtIncomingConnection"},
+        {"preferences_security_pincodelength", "Preferences_Security_PinCodeLength"},
+        {"PermissionControlsAccessibilityIsRequested", "PermissionControlsAccessabilityIsRequested"},
+        {"VLEndpoint", "VLEnpoint"},
+        {"pinCodeLenght", "Preferences_Security_PinCodeLength"},
+        {"encryptionRequired", "Preferences_Security_EncryptionRequired"},
+    };
+    for (const auto& [key, meant] : mistyped) {
+        const Result result = run({"write", key, "1"});
+        EXPECT_EQ(result.status, 2) << key;
+        EXPECT_EQ(result.errors, std::string("velora-defaults: ") + key + " is no known key; did you mean " + meant +
+                                     "? (--force writes it all the same)\n");
+        EXPECT_EQ(run({"read", key}).errors, std::string("velora-defaults: no value is stored under ") + key + " (" +
+                                                 key + " is no known key; did you mean " + meant + "?)\n");
+        EXPECT_EQ(run({"watch", key}).status, 2);
+    }
+    EXPECT_FALSE(std::filesystem::exists(file));
+    EXPECT_EQ(run({"write", "--force", mistyped[0].first, "1"}), prints(""));
+    for (const char* key : {"own", "x", "Preferences_Own_Thing", "server", "Preferences_Proxy_Password"}) {
+        EXPECT_EQ(run({"write", key, "1"}), prints("")) << key;
+    }
+}
+
+TEST_F(VeloraDefaults, WritesAChoiceByTheNameOfItsCase) {
+    EXPECT_EQ(run({"write", "Preferences_Connection_DefaultAccessLevel", "fullControl"}), prints(""));
+    EXPECT_EQ(stored("Preferences_Connection_DefaultAccessLevel"), "1");
+    EXPECT_EQ(run({"write", "Preferences_Connection_DefaultAccessLevel", "VIEWONLY"}), prints(""));
+    EXPECT_EQ(stored("Preferences_Connection_DefaultAccessLevel"), "0");
+    EXPECT_EQ(run({"write", "Preferences_Logging_LoggingLevel", "allLevel"}), prints(""));
+    EXPECT_EQ(stored("Preferences_Logging_LoggingLevel"), "3");
+    EXPECT_EQ(run({"write", "Server_ID_String", "mute"}), prints(""));
+    EXPECT_EQ(stored("Server_ID_String"), R"("mute")") << "text is no choice";
+}
+
+TEST_F(VeloraDefaults, DescribesAKey) {
+    EXPECT_EQ(run({"describe", "Preferences_Connection_DefaultAccessLevel"}),
+              prints("Key:       Preferences_Connection_DefaultAccessLevel\n"
+                     "Property:  defaultAccessLevel\n"
+                     "Type:      int\n"
+                     "Values:    0 viewOnly (View-only) or 1 fullControl (Full control)\n"
+                     "Default:   0 viewOnly (View-only)\n"
+                     "Stored:    (nothing)\n"
+                     "Purpose:   what a connecting user may do at first\n"));
+    DefaultsStore(file).setInteger("Preferences_Logging_LoggingLevel", 7);
+    EXPECT_THAT(run({"describe", "loggingLevel"}).output,
+                AllOf(HasSubstr("Stored:    7\n"), HasSubstr("Problem:   Preferences_Logging_LoggingLevel takes 0 ")));
+    DefaultsStore(file).setBool("own", true);
+    EXPECT_EQ(run({"describe", "own"}),
+              prints("Key:       own\nType:      bool\nStored:    true\nPurpose:   not known to this tool\n"));
+    EXPECT_EQ(run({"describe", "missing"}).status, 1);
+    for (const PreferenceEntry& entry : preferenceTable()) {
+        EXPECT_THAT(run({"describe", std::string(entry.key)}).output, ContainsRegex("\nPurpose:   [a-z].*\n$"));
+    }
+}
+
+TEST_F(VeloraDefaults, ResetsSomeKeysOrAll) {
+    const auto fill = [this] {
+        DefaultsStore(file).importText(R"({"own": 1, "other": 2, "Preferences_Security_PinCodeLength": 8,
+                                           "Preferences_Proxy_UseProxy": true, "Server_ID_String": "a"})");
+    };
+    fill();
+    EXPECT_EQ(run({"reset", "Preferences_Security_PinCodeLength", "own", "CoreLoggerPath"}), prints(""));
+    EXPECT_EQ(stored("Preferences_Security_PinCodeLength"), "");
+    EXPECT_EQ(stored("own"), "");
+    EXPECT_EQ(stored("Preferences_Proxy_UseProxy"), "true");
+    EXPECT_EQ(run({"reset", "Preferences_Proxy_UseProxy", "nowhere"}).status, 1);
+    EXPECT_EQ(stored("Preferences_Proxy_UseProxy"), "true") << "all or none";
+    EXPECT_EQ(run({"reset", "--all"}), prints(""));
+    EXPECT_EQ(readFile(file), "{\n    \"other\": 2\n}\n") << "what the application does not know stays";
+    EXPECT_EQ(run({"reset", "--all"}), prints(""));
+    EXPECT_EQ(run({"reset"}).status, 2);
+    EXPECT_EQ(run({"reset", "--all", "own"}).status, 2);
+}
+
+TEST_F(VeloraDefaults, AsksOnATerminalBeforeItResets) {
+    const auto resetOnTerminal = [this](const std::string& options, const std::string& answer) {
+        DefaultsStore(file).setInteger("Preferences_Security_PinCodeLength", 8);
+        const std::string command = "echo " + answer + " | script -qec '" + VELORA_DEFAULTS_PROGRAM +
+                                    " reset Preferences_Security_PinCodeLength " + options + "' /dev/null >'" +
+                                    (folder / "screen") + "'";
+        return WEXITSTATUS(std::system(command.c_str()));
+    };
+    EXPECT_EQ(resetOnTerminal("", "n"), 1);
+    EXPECT_EQ(stored("Preferences_Security_PinCodeLength"), "8");
+    EXPECT_THAT(readFile(folder / "screen"),
+                HasSubstr("Remove the value of Preferences_Security_PinCodeLength? [y/N]"));
+    EXPECT_EQ(resetOnTerminal("", "y"), 0);
+    EXPECT_EQ(stored("Preferences_Security_PinCodeLength"), "");
+    EXPECT_EQ(resetOnTerminal("--yes", "n"), 0);
+    EXPECT_EQ(stored("Preferences_Security_PinCodeLength"), "");
+}
+
+TEST_F(VeloraDefaults, NamesACommandThatThereIsNot) {
+    EXPECT_EQ(run({"frobnicate"}).errors,
+              "velora-defaults: there is no command frobnicate\nRun with --help for more information.\n");
+    EXPECT_EQ(
+        run({"wacth"}).errors,
+        "velora-defaults: there is no command wacth; did you mean watch?\nRun with --help for more information.\n");
 }
 
 TEST_F(VeloraDefaults, KeepsAnEarlierExportWhenTheStoreIsDamaged) {
     writeFile(folder / "backup.json", R"({"own": 1})");
     std::filesystem::create_directories(folder / "store");
     writeFile(file, "{\"own\": ");
-    std::filesystem::last_write_time(file, std::filesystem::last_write_time(file) - std::chrono::hours(1));
     EXPECT_EQ(run({"export", folder / "backup.json"}).status, 1);
     EXPECT_EQ(readFile(folder / "backup.json"), R"({"own": 1})");
 }
@@ -320,6 +515,8 @@ TEST_F(VeloraDefaults, TellsBadUsage) {
                                                {"import"},
                                                {"list", "a"},
                                                {"list", "--json", "--keys"},
+                                               {"describe"},
+                                               {"reset"},
                                                {"watch", "--count", "none"}}) {
         const Result result = run(arguments);
         EXPECT_EQ(result.status, 2) << testing::PrintToString(arguments);

@@ -68,6 +68,16 @@ TEST_F(Watching, ShowsEachChangeOfAnyProcess) {
     EXPECT_EQ(readFile(folder / "watch errors"), "");
 }
 
+TEST_F(Watching, ShowsTheKeysThatItIsAskedFor) {
+    RunningProgram watching(VELORA_DEFAULTS_PROGRAM, {"watch", "start", "own", "Server_ID_String"}, "/dev/null",
+                            folder / "watch errors");
+    awaitStart(watching);
+    DefaultsStore(file).importText(R"({"another": 1, "Server_ID_String": "a"})");
+    EXPECT_EQ(nextLine(watching), R"(Server_ID_String: (absent) -> "a")");
+    DefaultsStore(file).importText(R"({"another": 2, "own": 1})");
+    EXPECT_EQ(nextLine(watching), "own: (absent) -> 1");
+}
+
 TEST_F(Watching, EndsWellWhenInterrupted) {
     RunningProgram watching(VELORA_DEFAULTS_PROGRAM, {"watch"}, "/dev/null", folder / "watch errors");
     awaitStart(watching);

@@ -27,29 +27,29 @@ using testing::StartsWith;
 
 TEST_F(VeloraLog, SaysWhatIsWrongWithItsArguments) {
     writeFile(path, "x\n");
-    const auto complaint = [&](std::vector<std::string> arguments) {
+    const auto errorOf = [&](std::vector<std::string> arguments) {
         const Result result = run(std::move(arguments));
         EXPECT_EQ(result.status, 2);
         EXPECT_EQ(result.output, "");
         EXPECT_THAT(result.errors, StartsWith("velora-log: "));
         return result.errors.substr(0, result.errors.find('\n'));
     };
-    EXPECT_THAT(complaint({"show", "--level", "loud", path}), HasSubstr("'loud' is no level"));
-    EXPECT_THAT(complaint({"show", "--since", "2026-02-30", path}), HasSubstr("'2026-02-30' is no date"));
-    EXPECT_THAT(complaint({"show", "--until", "10 parsecs", path}), HasSubstr("'10 parsecs' is no date"));
-    EXPECT_THAT(complaint({"show", "--since", "0001-01-01", path}), HasSubstr("'0001-01-01' is no date"));
-    EXPECT_THAT(complaint({"show", "--since", "", path}), HasSubstr("'' is no date"));
-    EXPECT_THAT(complaint({"show", "--regex", "(", path}), HasSubstr("'(': "));
-    EXPECT_THAT(complaint({"show", "--color", "mauve", path}), HasSubstr("mauve"));
+    EXPECT_THAT(errorOf({"show", "--level", "loud", path}), HasSubstr("'loud' is no level"));
+    EXPECT_THAT(errorOf({"show", "--since", "2026-02-30", path}), HasSubstr("'2026-02-30' is no date"));
+    EXPECT_THAT(errorOf({"show", "--until", "10 parsecs", path}), HasSubstr("'10 parsecs' is no date"));
+    EXPECT_THAT(errorOf({"show", "--since", "0001-01-01", path}), HasSubstr("'0001-01-01' is no date"));
+    EXPECT_THAT(errorOf({"show", "--since", "", path}), HasSubstr("'' is no date"));
+    EXPECT_THAT(errorOf({"show", "--regex", "(", path}), HasSubstr("'(': "));
+    EXPECT_THAT(errorOf({"show", "--color", "mauve", path}), HasSubstr("mauve"));
     for (const std::string span : {"1s", "90s", "0m", "2d", "14:30", "today", "2026-11-22", "1h ago", "-1m", ""}) {
-        EXPECT_THAT(complaint({"stats", "--every", span, path}), HasSubstr("'" + span + "' is no duration"));
+        EXPECT_THAT(errorOf({"stats", "--every", span, path}), HasSubstr("'" + span + "' is no duration"));
     }
-    EXPECT_THAT(complaint({"prune", folder.path().string()}), HasSubstr("--keep is required"));
-    EXPECT_THAT(complaint({"prune", "--keep", "-1", folder.path().string()}), HasSubstr("-1"));
-    EXPECT_THAT(complaint({"archives", folder / "missing"}), HasSubstr("missing"));
-    EXPECT_THAT(complaint({"show"}), HasSubstr("FILE is required"));
-    EXPECT_THAT(complaint({}), HasSubstr("subcommand is required"));
-    EXPECT_THAT(complaint({"show", folder.path().string()}), HasSubstr("Is a directory"));
+    EXPECT_THAT(errorOf({"prune", folder.path().string()}), HasSubstr("--keep is required"));
+    EXPECT_THAT(errorOf({"prune", "--keep", "-1", folder.path().string()}), HasSubstr("-1"));
+    EXPECT_THAT(errorOf({"archives", folder / "missing"}), HasSubstr("missing"));
+    EXPECT_THAT(errorOf({"show"}), HasSubstr("FILE is required"));
+    EXPECT_THAT(errorOf({}), HasSubstr("subcommand is required"));
+    EXPECT_THAT(errorOf({"show", folder.path().string()}), HasSubstr("Is a directory"));
 }
 
 TEST_F(VeloraLog, ReadsTheOtherFilesWhenOneIsMissing) {
@@ -184,26 +184,26 @@ TEST_F(VeloraLog, EndsQuietlyWhenNobodyReadsOn) {
 
 TEST_F(VeloraLog, SaysThatItsOutputCannotBeWritten) {
     writeFile(path, "x\n");
-    const auto expectComplaint = [&](const std::string& arguments) {
+    const auto expectErrorMessage = [&](const std::string& arguments) {
         const std::string command = VELORA_LOG_PROGRAM " " + arguments + " > /dev/full 2> " + (folder / "errors");
         EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 2) << arguments;
         EXPECT_EQ(readFile(folder / "errors"), "velora-log: the output cannot be written: No space left on device\n");
     };
-    expectComplaint("show " + path);
-    expectComplaint("stats " + path);
-    expectComplaint("decode " + path);
-    expectComplaint("follow " + path);
+    expectErrorMessage("show " + path);
+    expectErrorMessage("stats " + path);
+    expectErrorMessage("decode " + path);
+    expectErrorMessage("follow " + path);
     {
         RotatingLog rotating(folder / "rotating.log");
         rotating.file->rotateFile();
         rotating.file->rotateFile();
     }
-    expectComplaint("archives " + folder.path().string());
-    expectComplaint("purge --dry-run " + folder.path().string());
+    expectErrorMessage("archives " + folder.path().string());
+    expectErrorMessage("purge --dry-run " + folder.path().string());
     EXPECT_TRUE(std::filesystem::exists(folder / "rotating_1.log"));
-    expectComplaint("prune --keep 1 " + folder.path().string());
+    expectErrorMessage("prune --keep 1 " + folder.path().string());
     EXPECT_FALSE(std::filesystem::exists(folder / "rotating_1.log"));
-    expectComplaint("purge " + folder.path().string());
+    expectErrorMessage("purge " + folder.path().string());
     EXPECT_FALSE(std::filesystem::exists(folder / "rotating_2.log")) << "what is asked for is done all the same";
 }
 

@@ -233,12 +233,6 @@ TEST_F(VeloraLog, SearchesFixedTextAndPatterns) {
     EXPECT_THAT(messagesOf(shown(content, {"--regex", "^second [0-9]+$"})), ElementsAre("axb", "second 42"));
 }
 
-TEST_F(VeloraLog, ReadsTheStandardInput) {
-    writeFile(path, hours);
-    EXPECT_THAT(messagesOf(run({"show", "--grep", "midnight", "-"}, path).output),
-                ElementsAre("before midnight", "midnight"));
-}
-
 TEST_F(VeloraLog, MergesFilesByTimeAndKeepsTheOrderWithinOne) {
     writeFile(path,
               "2026-11-22 00:00:00.000 [Info] > a1\nmore of a1\n2026-11-22 00:00:02.000 [Info] > a2\n"
