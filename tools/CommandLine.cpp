@@ -6,8 +6,8 @@
 
 namespace velora {
 
-void setUp(CLI::App& app, const std::string& footer) {
-    app.set_version_flag("--version", VELORA_TOOL " " VELORA_VERSION);
+void setUp(CLI::App& app, const std::string& version, const std::string& footer) {
+    app.set_version_flag("--version", version);
     app.require_subcommand(1);
     app.footer(footer);
 }

@@ -11,8 +11,8 @@ namespace velora {
 /// The exit status of a tool whose command line is wrong.
 inline constexpr int badUsage = 2;
 
-/// Gives `app` the version, the need for a command, and `footer` below its help.
-void setUp(CLI::App& app, const std::string& footer);
+/// Has `app` print `version` for --version and `footer` below its help, and need a command.
+void setUp(CLI::App& app, const std::string& version, const std::string& footer);
 
 /// Has `app` parse `arguments`, which are without the program's name. Returns the exit status if that was all: help
 /// or the version is printed then, or what is wrong is told, in words that `reworded` may change.

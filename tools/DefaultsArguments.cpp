@@ -96,7 +96,8 @@ std::vector<std::string> argumentsWithOperands(const std::vector<std::string>& a
 }  // namespace
 
 std::vector<std::string> parserArguments(const std::vector<std::string>& arguments) {
-    constexpr std::array<std::string_view, 4> withOperands = {"read", "delete", "export", "import"};
+    constexpr std::array<std::string_view, 6> withOperands = {"read",  "describe", "delete",
+                                                              "reset", "export",   "import"};
     if (arguments.empty()) {
         return arguments;
     }

@@ -1,12 +1,15 @@
 #include "DefaultsListing.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <fmt/format.h>
 #include <iterator>
+#include <utility>
 
 #include <Velora_UserDefaults/Platform/FileManager.h>
 
+#include "DefaultsDescription.h"
 #include "DefaultsValue.h"
 #include "TerminalText.h"
 
@@ -35,15 +38,17 @@ std::string_view typeName(DefaultsStore::Type type) {
     return "json";
 }
 
-DefaultsRow storedRow(const Entry& entry) {
+DefaultsRow storedRow(const Entry& entry, const PreferenceEntry* preference) {
     return {.key = entry.key,
             .type = std::string(typeName(entry.type)),
             .text = entry.text,
             .json = entry.json,
-            .isStored = true};
+            .isStored = true,
+            .preference = preference,
+            .problem = preference == nullptr ? "" : unreadableReason(*preference, entry)};
 }
 
-std::string quoted(std::string_view text) {
+std::string jsonQuoted(std::string_view text) {
     return jsonText(text).value_or("null");
 }
 
@@ -51,7 +56,8 @@ DefaultsRow defaultRow(const PreferenceEntry& preference) {
     DefaultsRow row{.key = std::string(preference.key),
                     .type = std::string(nameOf(typeOf(preference.kind))),
                     .text = std::nullopt,
-                    .json = "null"};
+                    .json = "null",
+                    .preference = &preference};
     switch (preference.kind) {
         case PreferenceKind::boolean:
             row.text = preference.registered.value_or(0) != 0 ? "true" : "false";
@@ -66,7 +72,7 @@ DefaultsRow defaultRow(const PreferenceEntry& preference) {
             if (const auto folders = FileManager::downloadsFolders();
                 preference.preference == Preference::downloadLocation && !folders.empty()) {
                 row.text = folders.front().absoluteString();
-                row.json = "{\"url\": " + quoted(*row.text) + "}";
+                row.json = "{\"url\": " + jsonQuoted(*row.text) + "}";
             }
             break;
         case PreferenceKind::text:
@@ -75,12 +81,42 @@ DefaultsRow defaultRow(const PreferenceEntry& preference) {
     return row;
 }
 
-std::size_t widest(const std::vector<DefaultsRow>& rows, std::string DefaultsRow::*column, std::size_t least) {
-    std::size_t width = least;
-    for (const DefaultsRow& row : rows) {
-        width = std::max(width, printable(row.*column).size());
+std::string propertyOf(const DefaultsRow& row) {
+    return row.preference == nullptr ? "" : std::string(row.preference->property);
+}
+
+/// The case that the value of a choice is.
+std::optional<std::size_t> caseOf(const DefaultsRow& row) {
+    if (row.preference == nullptr || row.preference->kind != PreferenceKind::choice || !row.problem.empty()) {
+        return std::nullopt;
     }
-    return width;
+    return std::stoul(*row.text);
+}
+
+std::string stateOf(const DefaultsRow& row) {
+    return !row.problem.empty() ? "invalid" : row.isStored ? "stored" : row.text ? "default" : "absent";
+}
+
+/// What values a preference takes.
+std::string valuesOf(const PreferenceEntry& preference) {
+    switch (preference.kind) {
+        case PreferenceKind::choice:
+            return shownCases(preference);
+        case PreferenceKind::boolean:
+            return "true or false";
+        case PreferenceKind::integer:
+            return "any integer of 64 bits";
+        case PreferenceKind::url:
+            return "a URL, or the path of a file";
+        case PreferenceKind::text:
+            break;
+    }
+    return "any text";
+}
+
+std::string shownValue(const DefaultsRow& row) {
+    const auto number = caseOf(row);
+    return number ? shownCase(*row.preference, *number) : printable(row.text.value_or(""));
 }
 
 }  // namespace
@@ -94,26 +130,43 @@ std::vector<DefaultsRow> defaultsRows(const DefaultsStore& store) {
         if (entry == entries.end()) {
             rows.push_back(defaultRow(preference));
         } else {
-            rows.push_back(storedRow(*entry));
+            rows.push_back(storedRow(*entry, &preference));
             entries.erase(entry);
         }
     }
-    std::transform(entries.begin(), entries.end(), std::back_inserter(rows), storedRow);
+    std::transform(entries.begin(), entries.end(), std::back_inserter(rows),
+                   [](const Entry& entry) { return storedRow(entry, nullptr); });
     return rows;
 }
 
+std::optional<DefaultsRow> defaultsRow(const DefaultsStore& store, std::string_view key) {
+    for (DefaultsRow& row : defaultsRows(store)) {
+        if (row.key == key) {
+            return std::move(row);
+        }
+    }
+    return std::nullopt;
+}
+
 std::string asTable(const std::vector<DefaultsRow>& rows) {
-    const std::size_t keyWidth = widest(rows, &DefaultsRow::key, 3);
-    const std::size_t typeWidth = widest(rows, &DefaultsRow::type, 4);
-    std::string table = fmt::format("{:{}}  {:{}}  {:7}  {}\n", "KEY", keyWidth, "TYPE", typeWidth, "STATE", "VALUE");
+    using Line = std::array<std::string, 5>;
+    std::vector<Line> lines = {{"KEY", "PROPERTY", "TYPE", "STATE", "VALUE"}};
     for (const DefaultsRow& row : rows) {
-        std::string line = fmt::format("{:{}}  {:{}}  {:7}  {}", printable(row.key), keyWidth, row.type, typeWidth,
-                                       row.isStored ? "stored"
-                                       : row.text   ? "default"
-                                                    : "absent",
-                                       printable(row.text.value_or("")));
-        line.erase(line.find_last_not_of(' ') + 1);
-        table += line + "\n";
+        lines.push_back({printable(row.key), propertyOf(row), row.type, stateOf(row), shownValue(row)});
+    }
+    std::array<std::size_t, 5> widths{};
+    for (const Line& line : lines) {
+        for (std::size_t column = 0; column + 1 < line.size(); ++column) {
+            widths.at(column) = std::max(widths.at(column), line.at(column).size());
+        }
+    }
+    std::string table;
+    for (const Line& line : lines) {
+        std::string shown;
+        for (std::size_t column = 0; column < line.size(); ++column) {
+            shown += fmt::format("{:{}}  ", line.at(column), widths.at(column));
+        }
+        table += shown.erase(shown.find_last_not_of(' ') + 1) + "\n";
     }
     return table;
 }
@@ -121,10 +174,39 @@ std::string asTable(const std::vector<DefaultsRow>& rows) {
 std::string asJSON(const std::vector<DefaultsRow>& rows) {
     std::string list = "[";
     for (const DefaultsRow& row : rows) {
-        list += fmt::format("{}\n  {{\"key\": {}, \"type\": \"{}\", \"value\": {}, \"stored\": {}}}",
-                            list.size() == 1 ? "" : ",", quoted(row.key), row.type, row.json, row.isStored);
+        const std::string property = propertyOf(row);
+        list += fmt::format("{}\n  {{\"key\": {}, \"property\": {}, \"type\": \"{}\", \"value\": {}, \"stored\": {}",
+                            list.size() == 1 ? "" : ",", jsonQuoted(row.key),
+                            property.empty() ? "null" : jsonQuoted(property), row.type, row.json, row.isStored);
+        if (const auto number = caseOf(row)) {
+            list += fmt::format(", \"case\": {}, \"words\": {}", jsonQuoted(casesOf(*row.preference)[*number]),
+                                jsonQuoted(row.preference->words[*number]));
+        }
+        list += row.problem.empty() ? "}" : fmt::format(", \"problem\": {}}}", jsonQuoted(row.problem));
     }
     return list + "\n]\n";
+}
+
+std::string asDescription(const DefaultsRow& row) {
+    std::string text = fmt::format("Key:       {}\n", printable(row.key));
+    const auto add = [&text](std::string_view name, const std::string& fact) {
+        text += fact.empty() ? "" : fmt::format("{:<11}{}\n", fmt::format("{}:", name), fact);
+    };
+    add("Property", propertyOf(row));
+    if (row.preference == nullptr) {
+        add("Type", row.type);
+        add("Stored", shownValue(row));
+        add("Purpose", "not known to this tool");
+        return text;
+    }
+    const DefaultsRow byDefault = defaultRow(*row.preference);
+    add("Type", byDefault.type);
+    add("Values", valuesOf(*row.preference));
+    add("Default", byDefault.text ? shownValue(byDefault) : "(absent)");
+    add("Stored", row.isStored ? shownValue(row) : "(nothing)");
+    add("Problem", row.problem);
+    add("Purpose", std::string(purposeOf(*row.preference)));
+    return text;
 }
 
 std::string asKeys(const std::vector<DefaultsRow>& rows) {

@@ -7,8 +7,11 @@
 #include <cstddef>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+#include <span>
 
 #include <Velora_UserDefaults/Platform/FileManager.h>
+
+#include "DefaultsDescription.h"
 
 namespace velora {
 
@@ -52,10 +55,7 @@ std::optional<URL> parsedURL(std::string_view text) {
     if (text.empty()) {
         return std::nullopt;
     }
-    if (text == "~" || text.starts_with("~/")) {
-        return URL::fileURL(FileManager::homeFolder().append(text.substr(1)));
-    }
-    return URL::fileURL(text);
+    return URL::fileURL(text == "~" || text.starts_with("~/") ? FileManager::expandingTilde(text) : std::string(text));
 }
 
 template <typename Value>
@@ -68,21 +68,17 @@ std::optional<DefaultsValue> orFault(const std::optional<Value>& value, std::str
     return std::nullopt;
 }
 
-/// "0 (View-only) or 1 (Full control)".
-std::string listedChoices(const PreferenceEntry& preference) {
-    std::string list;
-    for (std::size_t raw = 0; raw < preference.words.size(); ++raw) {
-        const bool isLast = raw + 1 == preference.words.size();
-        list += fmt::format("{}{} ({})", raw == 0 ? "" : isLast ? " or " : ", ", raw, preference.words[raw]);
-    }
-    return list;
+std::string mismatch(const PreferenceEntry& preference, std::string_view type) {
+    return fmt::format("{} takes a value of type {}, not {}", preference.key, nameOf(typeOf(preference.kind)), type);
 }
 
-const PreferenceEntry* preferenceWith(std::string_view PreferenceEntry::*field, std::string_view text) {
-    const auto& table = preferenceTable();
-    const auto found =
-        std::find_if(table.begin(), table.end(), [&](const PreferenceEntry& entry) { return entry.*field == text; });
-    return found == table.end() ? nullptr : &*found;
+std::string choicesOf(const PreferenceEntry& preference) {
+    return fmt::format("{} takes {}", preference.key, shownCases(preference));
+}
+
+bool isSameWord(std::string_view left, std::string_view right) {
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                      [](unsigned char one, unsigned char other) { return std::tolower(one) == std::tolower(other); });
 }
 
 }  // namespace
@@ -107,14 +103,6 @@ DefaultsValueType typeOf(PreferenceKind kind) {
     return DefaultsValueType::integer;
 }
 
-const PreferenceEntry* preferenceWithKey(std::string_view key) {
-    return preferenceWith(&PreferenceEntry::key, key);
-}
-
-const PreferenceEntry* preferenceWithProperty(std::string_view name) {
-    return name.empty() ? nullptr : preferenceWith(&PreferenceEntry::property, name);
-}
-
 std::optional<std::string> jsonText(std::string_view text) {
     try {
         return nlohmann::json(text).dump();
@@ -137,18 +125,56 @@ std::optional<DefaultsValue> parsedValue(DefaultsValueType type, std::string_vie
     return orFault(jsonText(text) ? std::optional(std::string(text)) : std::nullopt, text, "UTF-8 text", fault);
 }
 
+std::optional<DefaultsValue> parsedValue(const PreferenceEntry& preference, std::string_view text, std::string& fault) {
+    const std::span<const std::string_view> cases = casesOf(preference);
+    const auto named = std::find_if(cases.begin(), cases.end(), [text](auto name) { return isSameWord(name, text); });
+    if (named != cases.end()) {
+        return DefaultsValue(std::int64_t{named - cases.begin()});
+    }
+    auto value = parsedValue(typeOf(preference.kind), text, fault);
+    if (!value && !cases.empty()) {
+        fault = choicesOf(preference);
+    }
+    return value;
+}
+
 std::string unreadableReason(const PreferenceEntry& preference, const DefaultsValue& value) {
     const DefaultsValueType expected = typeOf(preference.kind);
     if (const auto type = static_cast<DefaultsValueType>(value.index()); type != expected) {
-        return fmt::format("{} takes a value of type {}, not {}", preference.key, nameOf(expected), nameOf(type));
+        return mismatch(preference, nameOf(type));
     }
     if (preference.kind == PreferenceKind::choice) {
         const auto raw = static_cast<std::uint64_t>(std::get<std::int64_t>(value));
-        if (raw >= preference.words.size() && !preference.words.empty()) {
-            return fmt::format("{} takes {}", preference.key, listedChoices(preference));
-        }
+        return raw < casesOf(preference).size() ? "" : choicesOf(preference);
     }
     return {};
+}
+
+std::string unreadableReason(const PreferenceEntry& preference, const DefaultsStore::Entry& entry) {
+    std::optional<DefaultsValue> value;
+    std::string fault;
+    switch (entry.type) {
+        case DefaultsStore::Type::string:
+            if (preference.kind == PreferenceKind::url && !entry.text.empty()) {
+                return {};
+            }
+            value = entry.text;
+            break;
+        case DefaultsStore::Type::integer:
+            value = parsedValue(DefaultsValueType::integer, entry.text, fault);
+            break;
+        case DefaultsStore::Type::boolean:
+            value = entry.text == "true";
+            break;
+        case DefaultsStore::Type::url:
+            value = orFault(URL::parse(entry.text), entry.text, "a URL", fault);
+            break;
+        case DefaultsStore::Type::real:
+            return mismatch(preference, "real");
+        case DefaultsStore::Type::other:
+            return mismatch(preference, "json");
+    }
+    return value ? unreadableReason(preference, *value) : fmt::format("{}: {}", preference.key, fault);
 }
 
 bool storeValue(DefaultsStore& store, std::string_view key, const DefaultsValue& value) {

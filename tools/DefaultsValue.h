@@ -24,12 +24,6 @@ std::string_view nameOf(DefaultsValueType type);
 /// What the property of a known preference reads.
 DefaultsValueType typeOf(PreferenceKind kind);
 
-/// The row of a known key; null for any other one.
-const PreferenceEntry* preferenceWithKey(std::string_view key);
-
-/// The row of a known key by the name of the property that reads it; null for any other name.
-const PreferenceEntry* preferenceWithProperty(std::string_view name);
-
 /// `text` as JSON text; nothing if it is not UTF-8.
 std::optional<std::string> jsonText(std::string_view text);
 
@@ -38,8 +32,15 @@ std::optional<std::string> jsonText(std::string_view text);
 /// `fault` says what is wrong.
 std::optional<DefaultsValue> parsedValue(DefaultsValueType type, std::string_view text, std::string& fault);
 
+/// The value that `text` is for `preference`: the same, or the name of a case of its choice, whatever the case of the
+/// letters.
+std::optional<DefaultsValue> parsedValue(const PreferenceEntry& preference, std::string_view text, std::string& fault);
+
 /// Why the property of `preference` could not read `value` back; empty if it can.
 std::string unreadableReason(const PreferenceEntry& preference, const DefaultsValue& value);
+
+/// The same for a value that is stored. Text is the path of a file where a URL is read.
+std::string unreadableReason(const PreferenceEntry& preference, const DefaultsStore::Entry& entry);
 
 /// Stores `value`. Returns whether it is stored; if not, the store has reported why.
 bool storeValue(DefaultsStore& store, std::string_view key, const DefaultsValue& value);

@@ -1,5 +1,6 @@
 #include "DefaultsWatching.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <iostream>
@@ -28,10 +29,12 @@ void endOnSignals() {
 
 using Values = std::map<std::string, std::string>;
 
-Values valuesOf(const DefaultsStore& store) {
+Values valuesOf(const DefaultsStore& store, const std::vector<std::string>& keys) {
     Values values;
     for (DefaultsStore::Entry& entry : store.allValues()) {
-        values.emplace(std::move(entry.key), std::move(entry.json));
+        if (keys.empty() || std::find(keys.begin(), keys.end(), entry.key) != keys.end()) {
+            values.emplace(std::move(entry.key), std::move(entry.json));
+        }
     }
     return values;
 }
@@ -60,15 +63,15 @@ std::uint64_t printDifferences(const Values& before, const Values& after, std::u
 
 }  // namespace
 
-void printChanges(const DefaultsStore& store, std::uint64_t count) {
+void printChanges(const DefaultsStore& store, const std::vector<std::string>& keys, std::uint64_t count) {
     endOnSignals();
     std::uint64_t left = count == 0 ? ~std::uint64_t{0} : count;
     // The number is taken before the values: a change in between is looked for once more, not missed.
     std::uint64_t generation = store.generation();
-    Values values = valuesOf(store);
+    Values values = valuesOf(store, keys);
     while (isAskedToEnd == 0 && left > 0 && std::cout.good()) {
         generation = store.waitForChange(generation, patience);
-        Values current = valuesOf(store);
+        Values current = valuesOf(store, keys);
         left -= printDifferences(values, current, left);
         values = std::move(current);
     }

@@ -185,7 +185,8 @@ int decode(const Request& request) {
 class Commands {
 public:
     Commands() {
-        setUp(app_, "Exit status: 0 something was found, 1 nothing was, 2 something failed or bad usage.");
+        setUp(app_, VELORA_TOOL " " VELORA_VERSION,
+              "Exit status: 0 something was found, 1 nothing was, 2 something failed or bad usage.");
         for (CLI::App* command : {archives_, prune_, purge_}) {
             command->add_option("FOLDER", request_.folder, "the folder with the archives")->required();
             command->add_option("--identifier", request_.identifier,

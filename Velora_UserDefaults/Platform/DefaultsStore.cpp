@@ -1,13 +1,15 @@
 #include <algorithm>
-#include <cerrno>
-#include <fcntl.h>
+#include <cmath>
+#include <cstdlib>
 #include <fmt/format.h>
-#include <unordered_set>
+#include <thread>
 #include <utility>
 
 #include <Velora_UserDefaults/Platform/DefaultsStore.h>
 #include <Velora_UserDefaults/Platform/DefaultsStoreEngine.h>
-#include <Velora_UserDefaults/Platform/DefaultsStoreWatch.h>
+#include <Velora_UserDefaults/Platform/FileContents.h>
+#include <Velora_UserDefaults/Platform/FileManager.h>
+#include <Velora_UserDefaults/Platform/OwnFolder.h>
 #include <Velora_UserDefaults/Platform/Text.h>
 
 namespace velora {
@@ -15,7 +17,15 @@ namespace {
 
 using Snapshot = DefaultsStoreSnapshot;
 
-constexpr std::string_view noHome = "Preferences: there is no home folder; values live in memory only.";
+/// What `convert` makes of the value under `key`, or `Result()` if there is none.
+template <typename Convert>
+auto valueIn(DefaultsStoreEngine& engine, const DefaultsStore::Key& key, Convert convert) {
+    using Result = decltype(convert(std::declval<const DefaultsStoreValue&>()));
+    return engine.read([&](const Snapshot& snapshot) {
+        const DefaultsStoreValue* value = DefaultsStoreEngine::find(snapshot, key);
+        return value == nullptr ? Result() : convert(*value);
+    });
+}
 
 /// Stores `json` under `key`; nothing removes the key.
 bool store(DefaultsStoreEngine& engine, std::string_view key, const std::optional<std::string>& json) {
@@ -27,24 +37,14 @@ bool store(DefaultsStoreEngine& engine, std::string_view key, const std::optiona
         [&](DefaultsStoreDocument& document) { return json ? document.set(key, *json) : document.remove(key); });
 }
 
-/// The members of a document that count, in order.
-std::vector<DefaultsStore::Entry> entriesOf(const DefaultsStoreDocument& document) {
-    std::vector<DefaultsStore::Entry> entries;
-    std::unordered_set<std::string_view> seen;
-    const auto add = [&](const DefaultsStoreDocument::Member& member) {
-        if (member.key && seen.insert(*member.key).second) {
-            DefaultsStoreValue value = DefaultsStoreValue::fromJSON(member.json);
-            if (value.isNull()) {
-                return;
-            }
-            entries.push_back(
-                {.key = *member.key, .type = value.type, .text = std::move(value.text), .json = member.json});
-        }
-    };
-    const auto& members = document.members();
-    std::for_each(members.rbegin(), members.rend(), add);
-    std::reverse(entries.begin(), entries.end());
-    return entries;
+/// Stores the members of `json`, which comes from `origin`, if there was no `fault` in getting it.
+bool import(DefaultsStoreEngine& engine, std::string_view json, std::string_view origin, std::string fault) {
+    const auto document = fault.empty() ? DefaultsStoreDocument::parse(json, fault) : std::nullopt;
+    if (!document) {
+        engine.report(fmt::format("Preferences: cannot import{}: {}.", origin, fault));
+        return false;
+    }
+    return engine.write([&](DefaultsStoreDocument& stored) { return stored.setAll(*document); });
 }
 
 }  // namespace
@@ -55,15 +55,23 @@ DefaultsStore& DefaultsStore::standard() {
         const std::string path = standardPath();
         auto* opened = new DefaultsStore(path);
         if (path.empty()) {
-            opened->engine_->report(std::string(noHome));
+            opened->engine_->report("Preferences: there is no home folder; values live in memory only.");
         }
         return *opened;
     }();
     return store;
 }
 
+std::string DefaultsStore::standardPath() {
+    if (const char* file = ::secure_getenv("VELORA_DEFAULTS_FILE"); file != nullptr && *file != '\0') {
+        return file;
+    }
+    const std::string folder = FileManager::configurationFolder();
+    return folder.empty() ? folder : folder + "/Quillon Velora/UserDefaults.json";
+}
+
 DefaultsStore::DefaultsStore(const std::string& path)
-    : engine_(std::make_unique<DefaultsStoreEngine>(path.empty() ? std::string() : resolvedStorePath(path))) {}
+    : engine_(std::make_unique<DefaultsStoreEngine>(path.empty() ? std::string() : resolvedOwnPath(path))) {}
 
 DefaultsStore::~DefaultsStore() = default;
 
@@ -75,50 +83,77 @@ void DefaultsStore::setReportHandler(ReportHandler handler) {
     engine_->setReportHandler(std::move(handler));
 }
 
-std::optional<std::string> DefaultsStore::string(std::string_view key) const {
-    return engine_->read([key](const Snapshot& snapshot) {
-        const DefaultsStoreValue* value = snapshot.find(key);
-        return value == nullptr ? std::nullopt : value->asString();
-    });
+std::optional<std::string> DefaultsStore::string(const Key& key) const {
+    return valueIn(*engine_, key, [](const DefaultsStoreValue& value) { return value.asString(); });
 }
 
-std::int64_t DefaultsStore::integer(std::string_view key) const {
-    return engine_->read([key](const Snapshot& snapshot) {
-        const DefaultsStoreValue* value = snapshot.find(key);
-        return value == nullptr ? 0 : value->integer;
-    });
+std::int64_t DefaultsStore::integer(const Key& key) const {
+    return valueIn(*engine_, key, [](const DefaultsStoreValue& value) { return value.integer; });
 }
 
-bool DefaultsStore::boolean(std::string_view key) const {
-    return engine_->read([key](const Snapshot& snapshot) {
-        const DefaultsStoreValue* value = snapshot.find(key);
-        return value != nullptr && value->boolean;
-    });
+double DefaultsStore::real(const Key& key) const {
+    return valueIn(*engine_, key, [](const DefaultsStoreValue& value) { return value.real; });
 }
 
-std::optional<URL> DefaultsStore::url(std::string_view key) const {
-    return engine_->read([key](const Snapshot& snapshot) {
-        const DefaultsStoreValue* value = snapshot.find(key);
-        return value == nullptr ? std::nullopt : value->asURL();
-    });
+bool DefaultsStore::boolean(const Key& key) const {
+    return valueIn(*engine_, key, [](const DefaultsStoreValue& value) { return value.boolean; });
+}
+
+std::int64_t DefaultsStore::integer(const Key& key, std::int64_t registered) {
+    return engine_->readRegistered(key, Type::integer, registered,
+                                   [](const DefaultsStoreValue& value) { return value.integer; });
+}
+
+bool DefaultsStore::boolean(const Key& key, bool registered) {
+    return engine_->readRegistered(key, Type::boolean, registered ? 1 : 0,
+                                   [](const DefaultsStoreValue& value) { return value.boolean; });
+}
+
+std::optional<URL> DefaultsStore::url(const Key& key) const {
+    return valueIn(*engine_, key, [](const DefaultsStoreValue& value) { return value.asURL(); });
+}
+
+std::optional<std::vector<std::string>> DefaultsStore::strings(const Key& key) const {
+    return valueIn(*engine_, key, [](const DefaultsStoreValue& value) { return value.asStrings(); });
+}
+
+std::optional<std::vector<std::byte>> DefaultsStore::bytes(const Key& key) const {
+    return valueIn(*engine_, key, [](const DefaultsStoreValue& value) { return value.asBytes(); });
 }
 
 bool DefaultsStore::contains(std::string_view key) const {
-    return engine_->read([key](const Snapshot& snapshot) { return snapshot.content->find(key) != nullptr; });
+    return engine_->read([key](const Snapshot& snapshot) { return snapshot.content->values.contains(key); });
 }
 
 std::vector<DefaultsStore::Entry> DefaultsStore::allValues() const {
     std::string fault;
-    const auto document = DefaultsStoreDocument::parse(exportText(), fault);
-    return document ? entriesOf(*document) : std::vector<Entry>();
+    const auto document = DefaultsStoreDocument::parse(exportText(), fault).value_or(DefaultsStoreDocument());
+    std::vector<Entry> entries;
+    for (const DefaultsStoreDocument::Member& member : document.members()) {
+        DefaultsStoreValue value = DefaultsStoreValue::fromJSON(member.json);
+        if (member.key && !value.isNull()) {
+            entries.push_back(
+                {.key = *member.key, .type = value.type, .text = std::move(value.text), .json = member.json});
+        }
+    }
+    return entries;
 }
 
-bool DefaultsStore::setString(std::string_view key, std::optional<std::string_view> value) {
-    return store(*engine_, key, value ? std::optional(defaultsStoreJSON(*value)) : std::nullopt);
+bool DefaultsStore::setString(std::string_view key, OptionalText value) {
+    const std::optional<std::string_view> text = value;
+    return store(*engine_, key, text ? std::optional(defaultsStoreJSON(*text)) : std::nullopt);
 }
 
 bool DefaultsStore::setInteger(std::string_view key, std::int64_t value) {
     return store(*engine_, key, std::to_string(value));
+}
+
+bool DefaultsStore::setReal(std::string_view key, double value) {
+    if (!std::isfinite(value)) {
+        engine_->report(fmt::format("Preferences: {} cannot be stored: JSON has no such number.", value));
+        return false;
+    }
+    return store(*engine_, key, defaultsStoreJSON(value));
 }
 
 bool DefaultsStore::setBool(std::string_view key, bool value) {
@@ -129,11 +164,25 @@ bool DefaultsStore::setURL(std::string_view key, const std::optional<URL>& value
     return store(*engine_, key, value ? std::optional(defaultsStoreJSON(*value)) : std::nullopt);
 }
 
+bool DefaultsStore::setStrings(std::string_view key, std::span<const std::string> texts) {
+    return store(*engine_, key, defaultsStoreJSON(texts));
+}
+
+bool DefaultsStore::setBytes(std::string_view key, std::span<const std::byte> bytes) {
+    return store(*engine_, key, defaultsStoreJSON(bytes));
+}
+
 bool DefaultsStore::remove(std::string_view key) {
     return store(*engine_, key, std::nullopt);
 }
 
-void DefaultsStore::registerDefault(std::string_view key, Registered value) {
+bool DefaultsStore::removeKeys(std::span<const std::string> keys) {
+    return engine_->write([keys](DefaultsStoreDocument& document) {
+        return std::ranges::count_if(keys, [&](const std::string& key) { return document.remove(key); }) > 0;
+    });
+}
+
+void DefaultsStore::registerDefault(const Key& key, Registered value) {
     engine_->registerDefault(key, value);
 }
 
@@ -149,15 +198,16 @@ std::string DefaultsStore::exportText() const {
 }
 
 bool DefaultsStore::exportTo(const std::string& path) const {
-    const std::string target = resolvedStorePath(path);
-    const std::string text = exportText();
-    std::string fault = DefaultsStoreContents::read(engine_->path()).fault;
+    // What a name of an open file leads to is to be written to, not replaced.
+    const bool isInSystem = path.starts_with("/dev/") || path.starts_with("/proc/");
+    const std::string target = isInSystem ? path : resolvedOwnPath(path);
+    std::string fault = engine_->presentFault();
     if (!fault.empty()) {
-        // Nothing is what it would export, perhaps over an export of better days.
+        // What was read on better days may be in an earlier export already.
         fault.insert(0, "the store cannot be read: ");
     } else if (target == engine_->path()) {
         fault = "it is the store itself";  // where others may be writing
-    } else if (replaceForeignFile(target, text, fault)) {
+    } else if (fault = replaceFile(target, exportText()); fault.empty()) {
         return true;
     }
     engine_->report(fmt::format("Preferences: cannot export to {}: {}.", path, fault));
@@ -165,25 +215,13 @@ bool DefaultsStore::exportTo(const std::string& path) const {
 }
 
 bool DefaultsStore::importText(std::string_view json) {
-    std::string fault;
-    const auto document = DefaultsStoreDocument::parse(json, fault);
-    if (!document) {
-        engine_->report(fmt::format("Preferences: cannot import: {}.", fault));
-        return false;
-    }
-    return engine_->write([&](DefaultsStoreDocument& stored) { return stored.setAll(*document); });
+    return import(*engine_, json, "", "");
 }
 
 bool DefaultsStore::importFrom(const std::string& path) {
     const DefaultsStoreContents contents = DefaultsStoreContents::read(path);
-    std::string fault =
-        contents.state == DefaultsStoreContents::State::missing ? "there is no such file" : contents.fault;
-    const auto document = fault.empty() ? DefaultsStoreDocument::parse(contents.bytes, fault) : std::nullopt;
-    if (!document) {
-        engine_->report(fmt::format("Preferences: cannot import {}: {}.", path, fault));
-        return false;
-    }
-    return engine_->write([&](DefaultsStoreDocument& stored) { return stored.setAll(*document); });
+    const bool isMissing = contents.state == DefaultsStoreContents::State::missing;
+    return import(*engine_, contents.bytes, " " + path, isMissing ? "there is no such file" : contents.fault);
 }
 
 std::uint64_t DefaultsStore::generation() const {
@@ -191,17 +229,16 @@ std::uint64_t DefaultsStore::generation() const {
 }
 
 std::uint64_t DefaultsStore::waitForChange(std::uint64_t since, std::chrono::milliseconds timeout) const {
-    constexpr std::chrono::milliseconds longest = std::chrono::hours(24 * 365 * 100);
+    using std::chrono::milliseconds;
+    constexpr milliseconds longest = std::chrono::hours(24 * 365 * 100);
     const auto end = std::chrono::steady_clock::now() + std::min(timeout, longest);
-    DefaultsStoreWatch watch(engine_->path());
     for (;;) {
-        engine_->lookAtFile();
         const std::uint64_t current = generation();
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+        const auto left = std::chrono::ceil<milliseconds>(end - std::chrono::steady_clock::now());
         if (current != since || left.count() <= 0) {
             return current;
         }
-        watch.wait(left);
+        std::this_thread::sleep_for(std::min(left, milliseconds(50)));
     }
 }
 

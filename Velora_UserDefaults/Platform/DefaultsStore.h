@@ -1,18 +1,22 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <variant>
 #include <vector>
 
 #include <Velora_UserDefaults/Platform/Export.h>
+#include <Velora_UserDefaults/Platform/OptionalText.h>
 #include <Velora_UserDefaults/Platform/URL.h>
 
 namespace velora {
@@ -21,10 +25,10 @@ class DefaultsStoreEngine;
 
 /// The preferences of one user: typed values under text keys, shared by all processes of the user.
 ///
-/// The values lie in one JSON file that a person can read and edit. A read returns what the last completed
-/// write of any process left, a write is on the disk and visible to every process when the call returns, and
-/// two processes that write different keys at the same time lose neither. A program that edits the file without
-/// this class, such as a text editor, is noticed within 50 ms.
+/// The values lie in one JSON file that a person can read and edit. A read returns what the last completed write of any
+/// process left, a write is durable and visible to every process when the call returns, and two processes that write
+/// different keys at the same time lose neither. A program that edits the file without this class, such as a text
+/// editor, is noticed within 50 ms, and so is a process in another mount namespace (a container).
 ///
 ///     DefaultsStore& store = DefaultsStore::standard();
 ///     store.setInteger("PinLength", 8);
@@ -33,36 +37,39 @@ class DefaultsStoreEngine;
 ///
 /// Values convert on reading. What a stored value reads as:
 ///
-/// | stored   | string          | integer                | boolean           | url                        |
-/// |----------|-----------------|------------------------|-------------------|----------------------------|
-/// | string   | itself          | leading integer, or 0  | see boolean()     | file path, `~` expanded    |
-/// | integer  | decimal digits  | itself                 | not 0             | absent                     |
-/// | real     | shortest digits | truncated              | not 0             | absent                     |
-/// | boolean  | "1" or "0"      | 1 or 0                 | itself            | absent                     |
-/// | URL      | absent          | 0                      | false             | itself                     |
-/// | list, …  | absent          | 0                      | false             | absent                     |
+/// | stored   | string          | integer                | real                | boolean       | url                 |
+/// |----------|-----------------|------------------------|---------------------|---------------|---------------------|
+/// | string   | itself          | leading integer, or 0  | leading number or 0 | see boolean() | path, `~` expanded  |
+/// | integer  | decimal digits  | itself                 | the nearest         | not 0         | absent              |
+/// | real     | shortest digits | truncated              | itself              | not 0         | absent              |
+/// | boolean  | "1" or "0"      | 1 or 0                 | 1 or 0              | itself        | absent              |
+/// | URL      | absent          | 0                      | 0                   | false         | itself              |
+/// | list, …  | absent          | 0                      | 0                   | false         | absent              |
 ///
-/// An integer that does not fit in 64 bits reads as the nearest one that does. A stored `null` counts as absent.
-/// Where the user's own values lack a key, the registered default of that key is read in the same way.
+/// An integer that does not fit in 64 bits reads as the nearest one that does. A stored `null` counts as absent. Where
+/// the user's own values lack a key, the registered default of that key is read in the same way.
 ///
-/// The file is an object with one member for each key, in the order in which they were first stored. A URL is
-/// stored as `{"url": "file:///home/ann/Chats/"}`, everything else as the JSON value of its type. Members that nobody
-/// writes keep their exact text, so numbers of other programs lose no digit. Of two members with one key the later one
-/// counts; a write to that key leaves one. Text that is not UTF-8 is stored with U+FFFD in place of each bad byte
-/// sequence; a key that is not UTF-8 is refused.
+/// The file is an object with one member for each key, in the order in which they were first stored. A URL is stored as
+/// `{"url": "file:///home/ann/Chats/"}`, bytes as `{"base64": "AAE="}`, all else as the JSON value of its type. Members
+/// that nobody writes keep their exact text, so numbers of other programs lose no digit. Of two members with one key
+/// the later one counts, and the next write drops the other. Text that is not UTF-8 is stored with U+FFFD in place of
+/// each bad byte sequence; a key that is not UTF-8 is refused.
 ///
-/// A file that cannot be parsed (or is above 16 MiB, or a value nested more than 512 deep) is never overwritten: it is
-/// renamed to `<name>.damaged-<UTC time>` and reported, and the store starts empty. As long as such a file is younger
-/// than 200 ms, somebody may still be writing it: until then reads return the last good values and writes wait. What is
-/// not a readable regular file is left where it is; reads then see no stored value and writes fail.
+/// A missing file is an empty store. A file that cannot be read now (no descriptors, an I/O error, no permission, no
+/// regular file) or that cannot be parsed (half written, damaged, above 16 MiB, nested more than 512 deep) leaves
+/// readers the last values that they had, is reported once, and is looked at again within 50 ms. A store object that
+/// has had none yet waits for up to 0.2 s, once, before it reads as empty. Readers never touch the file. A write waits
+/// as long and then renames a damaged file to `<name>.damaged-<UTC time>`, reports that, and begins a new one; where
+/// the file cannot be read it fails.
 ///
 /// No operation throws for a fault of the file system. A write that fails changes nothing, returns false and is
 /// reported.
 ///
-/// Beside the file lie `<name>.lock` (held while writing), `<name>.generation` (counts the writes) and `<name>.spare`
-/// (the file before the last write, whose space the next one uses unless somebody has it open). All of them may be
-/// deleted at any time while no program writes. If the path names a symbolic link when the store is opened, the file it
-/// leads to is the store and the link stays.
+/// Beside the file lies `<name>.lock`, which is locked (flock(2)) while writing; both may be copied, restored and
+/// deleted at any time. Whoever holds the lock makes writes wait, which is reported after a second. A counter in POSIX
+/// shared memory tells processes of writes; where there is none, and in a folder that all may write to, each read looks
+/// at the file. If the path names a symbolic link when the store is opened, the file it leads to is the store and the
+/// link stays. What root makes in another user's folder belongs to that user.
 ///
 /// Thread-safe: every operation may be called from any thread at any time, also from several stores on one file, and
 /// on both sides of a `fork`. An operation waits for writers only if it writes.
@@ -88,6 +95,28 @@ public:
         bool operator==(const Entry&) const = default;
     };
 
+    /// A key to read by: any text, or a `slot`, which spares the search.
+    class VELORA_EXPORT Key {
+    public:
+        /// The key that `text` is. It is not copied: the key is for one call.
+        template <typename Text>
+        requires std::is_convertible_v<const Text&, std::string_view> Key(const Text& text)
+            : text_(text) {}  // NOLINT(google-explicit-constructor): each text is a key
+
+        /// A key that is read often. To be made once and kept: what it refers to stays until the process ends.
+        ///
+        ///     static const auto warnings = DefaultsStore::Key::slot("Warnings");
+        static Key slot(std::string_view text);
+
+        /// The key itself.
+        std::string_view text() const { return text_; }
+
+    private:
+        friend class DefaultsStoreEngine;
+        std::string_view text_;
+        std::size_t slot_ = SIZE_MAX;
+    };
+
     /// A value for the registration domain. The text is copied.
     using Registered = std::variant<bool, std::int64_t, std::string_view>;
 
@@ -105,7 +134,8 @@ public:
     static std::string standardPath();
 
     /// Opens the store in the file at `path`, which need not exist. An empty path makes a store in memory only.
-    /// Nothing is read before the first operation; missing folders are made then, with mode 0700, the file with 0600.
+    /// Nothing is read before the first operation; missing folders are made by the first write, with mode 0700, the
+    /// file with 0600.
     explicit DefaultsStore(const std::string& path);
     DefaultsStore(const DefaultsStore&) = delete;
     DefaultsStore& operator=(const DefaultsStore&) = delete;
@@ -116,49 +146,59 @@ public:
 
     /// Sets who is told of damage and of failing writes; nobody set (an empty function, as at first) means one line on
     /// standard error each. The handler is called from the thread that met the fault, with no lock held; it may use
-    /// the store. Damage of one file is reported once, every failing write once.
+    /// the store. A fault of the file is reported once, every failing write once.
     void setReportHandler(ReportHandler handler);
 
     // Reading. Each call sees the file as the last completed write left it.
 
     /// The text stored or registered under `key`; absent if there is none or it has no text form (see the table).
-    std::optional<std::string> string(std::string_view key) const;
-
+    std::optional<std::string> string(const Key& key) const;
     /// The integer under `key`; 0 if there is none. From text: blanks, a sign and decimal digits at its beginning, the
     /// rest ignored ("42 px" is 42, "px" is 0).
-    std::int64_t integer(std::string_view key) const;
-
+    std::int64_t integer(const Key& key) const;
+    /// The real number under `key`; 0 if there is none. From text: as for an integer, with a fraction and an exponent.
+    double real(const Key& key) const;
     /// The truth value under `key`; false if there is none. Text is true if, after blanks, a sign and zeros, it goes on
     /// with one of Y, y, T, t or a digit from 1 to 9 ("YES", "true", "1", "007"; not "on").
-    bool boolean(std::string_view key) const;
-
+    bool boolean(const Key& key) const;
     /// The URL under `key`; absent if there is none. Text is taken as a path, with a leading `~` or `~name` expanded
     /// and relative to the current folder if it is not absolute; empty text is absent.
-    std::optional<URL> url(std::string_view key) const;
-
+    std::optional<URL> url(const Key& key) const;
+    /// The same, after `registerDefault(key, registered)`: in one step what a getter does on every call.
+    std::int64_t integer(const Key& key, std::int64_t registered);
+    bool boolean(const Key& key, bool registered);
+    /// The list of texts under `key`; absent if there is none, or a list with anything else in it.
+    std::optional<std::vector<std::string>> strings(const Key& key) const;
+    /// The bytes under `key`; absent if there are none.
+    std::optional<std::vector<std::byte>> bytes(const Key& key) const;
     /// Whether the user's own values have `key`. Registered defaults do not count.
     bool contains(std::string_view key) const;
-
     /// All of the user's own values in the order of the file, each key once.
     std::vector<Entry> allValues() const;
 
-    // Writing. Each call returns whether the value is stored; if it is, it is so on the disk. Storing what is stored
+    // Writing. Each call returns whether the value is stored; if it is, it is so durably. Storing what is stored
     // already writes nothing.
 
     /// Stores text; absent removes the key.
-    bool setString(std::string_view key, std::optional<std::string_view> value);
+    bool setString(std::string_view key, OptionalText value);
     bool setInteger(std::string_view key, std::int64_t value);
+    /// Stores a real number. JSON has none that is infinite or no number: these are refused.
+    bool setReal(std::string_view key, double value);
     bool setBool(std::string_view key, bool value);
     /// Stores a URL, which stays one of any scheme; absent removes the key.
     bool setURL(std::string_view key, const std::optional<URL>& value);
+    bool setStrings(std::string_view key, std::span<const std::string> texts);
+    bool setBytes(std::string_view key, std::span<const std::byte> bytes);
     /// Removes `key` from the user's own values, so that a registered default shows again.
     bool remove(std::string_view key);
+    /// Removes all of these keys in one write: another process sees all of them or none.
+    bool removeKeys(std::span<const std::string> keys);
 
     // The registration domain: values in the memory of this store object, below the user's own.
 
     /// Registers the default of one key, in place of an earlier one. Registering the same value again, as a getter may
     /// before every read, costs a look-up.
-    void registerDefault(std::string_view key, Registered value);
+    void registerDefault(const Key& key, Registered value);
     void registerDefaults(std::initializer_list<std::pair<std::string_view, Registered>> values);
 
     // Whole contents.
@@ -166,7 +206,8 @@ public:
     /// The user's own values as the text of a JSON object.
     std::string exportText() const;
     /// Writes `exportText()` to the file at `path` (mode 0600), which either is replaced as a whole or stays as it was.
-    /// A folder, a device or the store's own file is refused, and nothing is written if the store cannot be read.
+    /// /dev/stdout, /dev/stderr and /dev/fd/N are written to. A folder, a device or the store's own file is refused,
+    /// and nothing is written if the store cannot be read.
     bool exportTo(const std::string& path) const;
     /// Stores every member of a JSON object, in one write; keys that it lacks stay. If `json` is no JSON object,
     /// nothing is stored. The members' exact text is kept.
@@ -179,7 +220,8 @@ public:
     /// A number that differs from that of an earlier call if the user's own values changed in between, through
     /// whomever. It says nothing to another process or store.
     std::uint64_t generation() const;
-    /// Waits until `generation()` is not `since` any more, but no longer than `timeout`. Returns the generation then.
+    /// Waits until `generation()` is not `since` any more, which it looks at every 50 ms, but no longer than `timeout`.
+    /// Returns the generation then.
     std::uint64_t waitForChange(std::uint64_t since, std::chrono::milliseconds timeout) const;
 
 private:

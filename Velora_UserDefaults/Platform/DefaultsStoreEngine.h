@@ -10,11 +10,10 @@
 #include <string_view>
 #include <vector>
 
-#include <Velora_UserDefaults/Platform/DefaultsStoreFile.h>
-#include <Velora_UserDefaults/Platform/DefaultsStoreGeneration.h>
+#include <Velora_UserDefaults/Platform/DefaultsStoreCounter.h>
+#include <Velora_UserDefaults/Platform/DefaultsStoreDocument.h>
 #include <Velora_UserDefaults/Platform/DefaultsStoreSnapshot.h>
 #include <Velora_UserDefaults/Platform/ForkHandlers.h>
-#include <Velora_UserDefaults/Platform/RecursiveLock.h>
 
 namespace velora {
 
@@ -22,10 +21,10 @@ namespace velora {
 ///
 /// The path of a read: the thread's own reference to the newest snapshot, if the shared counter, the store's version
 /// and the clock agree that it is current. No lock and no shared reference count is touched. Otherwise `refresh()`
-/// looks, under a lock, what there is to do.
+/// looks, under a mutex, what there is to do.
 ///
-/// Everything may be called from any thread, and on both sides of a fork: the fork waits until no other thread is
-/// inside `mutex_`, which is held for a refresh at most and never while waiting for another process.
+/// Thread-safe, also on both sides of a fork: the fork waits until no other thread is inside `mutex_`, which is held
+/// for a refresh at most, never while waiting or calling out.
 class DefaultsStoreEngine {
 public:
     /// For the file at an absolute path with links resolved; an empty path keeps everything in memory.
@@ -44,15 +43,36 @@ public:
         }
         return use(*currentSnapshot());
     }
+    /// The user's value of `key`, else the registered one, else null.
+    static const DefaultsStoreValue* find(const DefaultsStoreSnapshot& snapshot, const DefaultsStore::Key& key) {
+        return key.slot_ < snapshot.slots.size() ? snapshot.slots[key.slot_].value : search(snapshot, key.text_).value;
+    }
+
+    /// Returns the value of `key`, whose default is registered as `value` if it is not yet.
+    template <typename Use>
+    auto readRegistered(const DefaultsStore::Key& key, DefaultsStore::Type type, std::int64_t value, Use use) {
+        if (const DefaultsStoreSnapshot* cached = cachedSnapshot();
+            cached != nullptr && key.slot_ < cached->slots.size()) {
+            const DefaultsStoreSnapshot::Slot& slot = cached->slots[key.slot_];
+            const bool isRegistered =
+                slot.registered != nullptr && slot.registered->integer == value && slot.registered->type == type;
+            if (isRegistered && isCurrent(*cached)) {
+                return use(*slot.value);
+            }
+        }
+        const bool isBoolean = type == DefaultsStore::Type::boolean;
+        registerDefault(key, isBoolean ? DefaultsStore::Registered(value != 0) : DefaultsStore::Registered(value));
+        return read([&](const DefaultsStoreSnapshot& snapshot) { return use(*find(snapshot, key)); });
+    }
 
     /// Lets `change` change the newest contents, which returns whether it did, and stores them. Returns whether
     /// they are stored; if not, that has been reported.
     bool write(const std::function<bool(DefaultsStoreDocument&)>& change);
 
-    void registerDefault(std::string_view key, const DefaultsStore::Registered& value);
+    void registerDefault(const DefaultsStore::Key& key, const DefaultsStore::Registered& value);
 
-    /// Makes the next read look at the file itself.
-    void lookAtFile();
+    /// Why the file cannot be read at present; empty if it can.
+    std::string presentFault() const;
 
     void setReportHandler(DefaultsStore::ReportHandler handler);
     /// Tells the handler. No lock may be held.
@@ -62,6 +82,8 @@ private:
     using Snapshot = DefaultsStoreSnapshot;
     using Reports = std::vector<std::string>;
 
+    static Snapshot::Slot search(const Snapshot& snapshot, std::string_view key);
+    static const DefaultsStoreValue* findRegistered(const Snapshot& snapshot, const DefaultsStore::Key& key);
     const Snapshot* cachedSnapshot() const;
     bool isCurrent(const Snapshot& snapshot) const;
     std::shared_ptr<const Snapshot> currentSnapshot();
@@ -69,45 +91,34 @@ private:
     // With mutex_ held:
     std::shared_ptr<const Snapshot> cacheForThread();
     void publish(Snapshot snapshot);
-    void refresh(Reports& reports);
-    void lookAtCounter();
-    void load(std::uint64_t generation, Reports& reports);
-    DefaultsStoreContents readWhole(std::uint64_t& generation) const;
-    std::shared_ptr<const DefaultsStoreContent> contentOf(DefaultsStoreContents& contents, Reports& reports);
-    void handleDamage(DefaultsStoreContents& contents, const std::string& fault, Reports& reports);
-    void reportOnce(const DefaultsStoreContents& contents, const std::string& line, Reports& reports);
-    Descriptor tryLock();
+    bool refresh(Reports& reports);
+    void load(std::uint64_t generation, std::int64_t now, Reports& reports);
 
-    // Writing, with writeLock_ held:
     class FileLock;
-    bool changeInMemory(const std::function<bool(DefaultsStoreDocument&)>& change);
-    bool changeFile(const std::function<bool(DefaultsStoreDocument&)>& change, Reports& reports);
+    bool changeFile(const std::function<bool(DefaultsStoreDocument&)>& change, Reports& reports, std::string& fault);
     std::optional<DefaultsStoreDocument> documentToChange(Reports& reports, std::string& fault);
-    bool replaceFile(const std::string& text, std::string& fault);
+    bool replaceFile(const DefaultsStoreDocument& document, std::string& fault);
 
-    void beforeFork();
-    void inParent();
     void inChild();
 
     const std::string path_;
-    const std::string lockPath_;
-    const std::string generationPath_;
+    const std::string folder_;
     const std::uint64_t identifier_;
 
-    DefaultsStoreGeneration generation_;
+    DefaultsStoreCounter counter_;
     std::atomic<std::uint64_t> version_{1};  // counts the snapshots that were published
     std::atomic<std::int64_t> nextLook_{0};  // when the file itself is to be looked at again; coarse clock
 
-    std::mutex mutex_;
-    std::shared_ptr<const Snapshot> snapshot_;           // guarded by mutex_
-    std::optional<DefaultsStoreIdentity> reportedFile_;  // guarded by mutex_
-    std::string reportedLine_;                           // guarded by mutex_
-    int heldLock_ = -1;                                  // guarded by mutex_: what a forked child must close
+    std::atomic<bool> isWaitReported_{false};
 
-    RecursiveLock writeLock_;  // makes writers of this process wait here, where they wait fairly and cheaply
-
-    mutable std::mutex handlerMutex_;
-    std::shared_ptr<const DefaultsStore::ReportHandler> handler_;  // guarded by handlerMutex_
+    mutable std::mutex mutex_;
+    // Guarded by mutex_:
+    std::shared_ptr<const Snapshot> snapshot_;
+    std::shared_ptr<const DefaultsStore::ReportHandler> handler_;
+    bool hasRead_ = false;           // whether the snapshot's values were in the file once
+    std::int64_t failingSince_ = 0;  // 0: the file could be read when it was last looked at
+    std::string reportedFault_;
+    std::vector<int> locks_;  // open lock files, which a forked child must close
 
     ForkHandler forkHandler_;
 };

@@ -1,31 +1,23 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
+#include <vector>
 
-#include <Velora_UserDefaults/Platform/DefaultsStoreDocument.h>
 #include <Velora_UserDefaults/Platform/DefaultsStoreFile.h>
-#include <Velora_UserDefaults/Platform/DefaultsStoreIndex.h>
+#include <Velora_UserDefaults/Platform/DefaultsStoreValue.h>
 
 namespace velora {
 
+using DefaultsStoreValues = std::map<std::string, DefaultsStoreValue, std::less<>>;
+
 /// The values of one text of the store's file. Internal; never changes once it is made.
 struct DefaultsStoreContent {
-    DefaultsStoreContent() = default;
-    /// The content of `document`, whose text is `text`.
-    DefaultsStoreContent(std::string text, const DefaultsStoreDocument& document);
-
-    /// The value of `key`; null if there is none.
-    const DefaultsStoreValue* find(std::string_view key) const {
-        const DefaultsStoreValue* value = values.find(key);
-        return value == nullptr || value->isNull() ? nullptr : value;
-    }
-
     std::string text;  ///< empty if there is no file
-    DefaultsStoreIndex values;
+    DefaultsStoreValues values;
 };
 
 /// All that reads need: the user's values, the registered ones, and until when they are current. Internal; never
@@ -35,7 +27,13 @@ struct DefaultsStoreSnapshot {
     static constexpr std::uint64_t never = UINT64_MAX;
 
     std::shared_ptr<const DefaultsStoreContent> content = std::make_shared<const DefaultsStoreContent>();
-    std::shared_ptr<const DefaultsStoreIndex> registered = std::make_shared<const DefaultsStoreIndex>();
+    std::shared_ptr<const DefaultsStoreValues> registered = std::make_shared<const DefaultsStoreValues>();
+    /// What each slot's key reads as, and what is registered for it; null for nothing.
+    struct Slot {
+        const DefaultsStoreValue* value;
+        const DefaultsStoreValue* registered;
+    };
+    std::vector<Slot> slots;
     /// The content is current for as long as the shared counter shows this.
     std::uint64_t generation = never;
     /// The file that the content was read from; nothing if there was none.
@@ -44,12 +42,6 @@ struct DefaultsStoreSnapshot {
     bool settled = false;
     /// How often the content changed since the store was opened.
     std::uint64_t changes = 1;
-
-    /// The user's value for `key`, else the registered one, else null.
-    const DefaultsStoreValue* find(std::string_view key) const {
-        const DefaultsStoreValue* value = content->find(key);
-        return value != nullptr ? value : registered->find(key);
-    }
 };
 
 }  // namespace velora

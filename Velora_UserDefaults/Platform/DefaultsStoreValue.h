@@ -1,29 +1,30 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <Velora_UserDefaults/Platform/DefaultsStore.h>
 
 namespace velora {
 
-/// One value of the defaults store, converted when it is made to all that it can be read as. Internal.
+/// One value of the defaults store, with the numbers that it reads as. Internal; a plain value.
 ///
-/// Made rarely (when a file is loaded), read often. A plain value.
+/// Made rarely (when a file is loaded), read often.
 struct DefaultsStoreValue {
     DefaultsStore::Type type = DefaultsStore::Type::other;
-    /// What Entry::text is.
-    std::string text;
+    std::string text;  ///< what Entry::text is
     std::int64_t integer = 0;
+    double real = 0;
     bool boolean = false;
 
     bool operator==(const DefaultsStoreValue&) const = default;
 
     static DefaultsStoreValue fromString(std::string text);
-    static DefaultsStoreValue fromInteger(std::int64_t value);
-    static DefaultsStoreValue fromBoolean(bool value);
     static DefaultsStoreValue fromRegistered(const DefaultsStore::Registered& value);
     /// The value that well-formed JSON text, without blanks around it, stands for.
     static DefaultsStoreValue fromJSON(std::string_view json);
@@ -33,12 +34,15 @@ struct DefaultsStoreValue {
 
     std::optional<std::string> asString() const;
     std::optional<URL> asURL() const;
+    std::optional<std::vector<std::string>> asStrings() const;
+    std::optional<std::vector<std::byte>> asBytes() const;
 };
 
-/// `text` as a JSON string, with U+FFFD for what is not UTF-8.
+/// The JSON that a value is stored as; of text with U+FFFD for what is not UTF-8. A real number is finite.
 std::string defaultsStoreJSON(std::string_view text);
-
-/// The JSON that a URL is stored as.
+std::string defaultsStoreJSON(double value);
 std::string defaultsStoreJSON(const URL& url);
+std::string defaultsStoreJSON(std::span<const std::string> texts);
+std::string defaultsStoreJSON(std::span<const std::byte> bytes);
 
 }  // namespace velora

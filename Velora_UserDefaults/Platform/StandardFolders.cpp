@@ -1,4 +1,4 @@
-#include <array>
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -27,13 +27,19 @@ std::string absolutePathIn(const char* variable) {
     return value != nullptr && *value == '/' ? value : "";
 }
 
-std::string homeInUserDatabase() {
+/// The home of the user called `name`, or of the process's user without a name; empty if there is none.
+std::string homeInUserDatabase(const std::string& name = {}) {
     std::vector<char> buffer(1024);
     passwd entry{};
     passwd* found = nullptr;
-    int code = ERANGE;
-    while ((code = ::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found)) == ERANGE) {
+    const auto ask = [&] {
+        return name.empty() ? ::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found)
+                            : ::getpwnam_r(name.c_str(), &entry, buffer.data(), buffer.size(), &found);
+    };
+    int code = ask();
+    while (code == ERANGE) {
         buffer.resize(buffer.size() * 2);
+        code = ask();
     }
     const bool hasHome = code == 0 && found != nullptr && entry.pw_dir != nullptr && *entry.pw_dir == '/';
     return hasHome ? entry.pw_dir : "";
@@ -111,7 +117,7 @@ std::optional<std::string> downloadsFolderIn(std::string_view line) {
 }
 
 std::optional<std::string> configuredDownloadsFolder() {
-    const std::string configuration = folderFrom("XDG_CONFIG_HOME", ".config");
+    const std::string configuration = FileManager::configurationFolder();
     std::istringstream file(configuration.empty() ? "" : contentsOfFile(configuration + "/user-dirs.dirs"));
     std::optional<std::string> folder;
     for (std::string line; std::getline(file, line);) {
@@ -120,6 +126,11 @@ std::optional<std::string> configuredDownloadsFolder() {
         }
     }
     return folder;
+}
+
+bool isFolder(const std::string& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 std::vector<URL> asFolderURLs(const std::string& path) {
@@ -141,8 +152,7 @@ std::vector<URL> FileManager::downloadsFolders() {
 
 std::string FileManager::temporaryFolder() {
     std::string folder = absolutePathIn("TMPDIR");
-    struct stat status {};
-    if (folder.empty() || ::stat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+    if (folder.empty() || !isFolder(folder)) {
         return "/tmp";
     }
     while (folder.size() > 1 && folder.back() == '/') {
@@ -160,6 +170,21 @@ std::string FileManager::homeFolder() {
         home.pop_back();
     }
     return home;
+}
+
+std::string FileManager::configurationFolder() {
+    std::string folder = absolutePathIn("XDG_CONFIG_HOME");
+    return folder.empty() && isFolder(homeFolder()) ? inHomeFolder(".config") : folder;
+}
+
+std::string FileManager::expandingTilde(std::string_view path) {
+    if (!path.starts_with('~')) {
+        return std::string(path);
+    }
+    const std::size_t end = std::min(path.find('/'), path.size());
+    const std::string name(path.substr(1, end - 1));
+    const std::string home = name.empty() ? homeFolder() : homeInUserDatabase(name);
+    return home.empty() ? std::string(path) : home + std::string(path.substr(end));
 }
 
 }  // namespace velora

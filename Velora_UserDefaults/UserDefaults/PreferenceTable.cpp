@@ -1,3 +1,5 @@
+#include <vector>
+
 #include <Velora_UserDefaults/UserDefaults/PreferenceTable.h>
 
 namespace velora {
@@ -96,6 +98,18 @@ static_assert(
 
 const std::array<PreferenceEntry, preferenceCount>& preferenceTable() {
     return table;
+}
+
+const DefaultsStore::Key& preferenceKey(Preference preference) {
+    static const std::vector<DefaultsStore::Key>& keys = *[] {
+        auto* made = new std::vector<DefaultsStore::Key>;
+        made->reserve(table.size());
+        for (const PreferenceEntry& entry : table) {
+            made->push_back(DefaultsStore::Key::slot(entry.key));
+        }
+        return made;
+    }();
+    return keys[static_cast<std::size_t>(preference)];
 }
 
 }  // namespace velora

@@ -7,6 +7,7 @@
 #include <span>
 #include <string_view>
 
+#include <Velora_UserDefaults/Platform/DefaultsStore.h>
 #include <Velora_UserDefaults/Platform/Export.h>
 
 namespace velora {
@@ -76,5 +77,8 @@ constexpr std::size_t preferenceCount = 35;
 
 /// Every preference, in the order of their keys. Internal.
 VELORA_EXPORT const std::array<PreferenceEntry, preferenceCount>& preferenceTable();
+
+/// The key of a preference, for reading it often. Internal; thread-safe.
+const DefaultsStore::Key& preferenceKey(Preference preference);
 
 }  // namespace velora

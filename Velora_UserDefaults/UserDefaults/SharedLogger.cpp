@@ -27,6 +27,9 @@ Slot& slot() {
     return instance;
 }
 
+// Made before there are threads: a child forked while another thread makes it would wait for that thread for ever.
+[[maybe_unused]] const Slot& madeAtTheStart = slot();
+
 }  // namespace
 
 std::shared_ptr<XCGLogger> SharedLogger::load() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 
 #include <Velora_UserDefaults/Platform/Export.h>
@@ -23,6 +24,16 @@ public:
     std::shared_ptr<XCGLogger> load() const;
     /// The same, so that the place can be read like a pointer.
     operator std::shared_ptr<XCGLogger>() const { return load(); }  // NOLINT(google-explicit-constructor)
+
+    /// The logger for one expression, which it lives at least as long as: `velora::logger->info("text")`. Another
+    /// thread may clear the place at any time, so who is not sure that there is one takes `load()` and asks that.
+    std::shared_ptr<XCGLogger> operator->() const { return load(); }
+    /// Whether there is a logger at the moment.
+    explicit operator bool() const { return load() != nullptr; }
+    /// Whether there is none at the moment.
+    bool operator==(std::nullptr_t /*none*/) const { return load() == nullptr; }
+    /// Whether `logger` is the one at the moment.
+    bool operator==(const std::shared_ptr<XCGLogger>& logger) const { return load() == logger; }
 
     /// Puts `logger` in the place of the one before; null clears it.
     void store(std::shared_ptr<XCGLogger> logger);

@@ -19,32 +19,26 @@ const PreferenceEntry& entryOf(Preference preference) {
 
 // Reading: registers the default where there is one, then asks the store.
 
-DefaultsStore& storeFor(const PreferenceEntry& entry) {
-    DefaultsStore& store = DefaultsStore::standard();
-    if (entry.registered) {
-        if (entry.kind == PreferenceKind::boolean) {
-            store.registerDefault(entry.key, *entry.registered != 0);
-        } else {
-            store.registerDefault(entry.key, *entry.registered);
-        }
-    }
-    return store;
-}
-
 std::optional<std::string> text(Preference preference) {
-    return storeFor(entryOf(preference)).string(entryOf(preference).key);
+    return DefaultsStore::standard().string(preferenceKey(preference));
 }
 
 bool flag(Preference preference) {
-    return storeFor(entryOf(preference)).boolean(entryOf(preference).key);
+    DefaultsStore& store = DefaultsStore::standard();
+    const auto& registered = entryOf(preference).registered;
+    const DefaultsStore::Key& key = preferenceKey(preference);
+    return registered ? store.boolean(key, *registered != 0) : store.boolean(key);
 }
 
 std::int64_t integer(Preference preference) {
-    return storeFor(entryOf(preference)).integer(entryOf(preference).key);
+    DefaultsStore& store = DefaultsStore::standard();
+    const auto& registered = entryOf(preference).registered;
+    const DefaultsStore::Key& key = preferenceKey(preference);
+    return registered ? store.integer(key, *registered) : store.integer(key);
 }
 
 std::optional<URL> url(Preference preference) {
-    return storeFor(entryOf(preference)).url(entryOf(preference).key);
+    return DefaultsStore::standard().url(preferenceKey(preference));
 }
 
 /// The stored choice, or the first one if another integer is stored.
@@ -110,7 +104,7 @@ std::optional<std::string> UserDefaultsManager::lastConnectionId() const {
     return text(Preference::lastConnectionId);
 }
 
-void UserDefaultsManager::setLastConnectionId(std::optional<std::string_view> identifier) {
+void UserDefaultsManager::setLastConnectionId(OptionalText identifier) {
     change(Preference::lastConnectionId, identifier);
 }
 
@@ -118,7 +112,7 @@ std::optional<std::string> UserDefaultsManager::serverId() const {
     return text(Preference::serverId);
 }
 
-void UserDefaultsManager::setServerId(std::optional<std::string_view> identifier) {
+void UserDefaultsManager::setServerId(OptionalText identifier) {
     change(Preference::serverId, identifier);
 }
 
@@ -134,7 +128,7 @@ std::optional<std::string> UserDefaultsManager::ignoreUpdateVersion() const {
     return text(Preference::ignoreUpdateVersion);
 }
 
-void UserDefaultsManager::setIgnoreUpdateVersion(std::optional<std::string_view> version) {
+void UserDefaultsManager::setIgnoreUpdateVersion(OptionalText version) {
     change(Preference::ignoreUpdateVersion, version);
 }
 
@@ -150,7 +144,7 @@ std::optional<std::string> UserDefaultsManager::computerDisplayName() const {
     return text(Preference::computerDisplayName);
 }
 
-void UserDefaultsManager::setComputerDisplayName(std::optional<std::string_view> name) {
+void UserDefaultsManager::setComputerDisplayName(OptionalText name) {
     change(Preference::computerDisplayName, name);
 }
 
@@ -298,7 +292,7 @@ std::optional<std::string> UserDefaultsManager::manualAddressProxy() const {
     return text(Preference::manualAddressProxy);
 }
 
-void UserDefaultsManager::setManualAddressProxy(std::optional<std::string_view> address) {
+void UserDefaultsManager::setManualAddressProxy(OptionalText address) {
     change(Preference::manualAddressProxy, address);
 }
 
@@ -306,7 +300,7 @@ std::optional<std::string> UserDefaultsManager::manualPortProxy() const {
     return text(Preference::manualPortProxy);
 }
 
-void UserDefaultsManager::setManualPortProxy(std::optional<std::string_view> port) {
+void UserDefaultsManager::setManualPortProxy(OptionalText port) {
     change(Preference::manualPortProxy, port);
 }
 

@@ -10,12 +10,8 @@ namespace velora {
 
 namespace {
 
-std::string_view keyOf(Preference preference) {
-    return preferenceTable()[static_cast<std::size_t>(preference)].key;
-}
-
 std::optional<std::string> storedText(Preference preference) {
-    return DefaultsStore::standard().string(keyOf(preference));
+    return DefaultsStore::standard().string(preferenceKey(preference));
 }
 
 }  // namespace
@@ -31,8 +27,8 @@ std::optional<std::string> UserDefaultsManager::lastMigrateVersion() const {
     return storedText(Preference::lastMigrateVersion);
 }
 
-void UserDefaultsManager::setLastMigrateVersion(std::optional<std::string_view> version) {
-    DefaultsStore::standard().setString(keyOf(Preference::lastMigrateVersion), version);
+void UserDefaultsManager::setLastMigrateVersion(OptionalText version) {
+    DefaultsStore::standard().setString(preferenceKey(Preference::lastMigrateVersion).text(), version);
 }
 
 std::optional<std::string> UserDefaultsManager::customVLEnpoint() const {
@@ -56,7 +52,7 @@ std::optional<std::string> UserDefaultsManager::customHostEndpoint() const {
 }
 
 std::optional<URL> UserDefaultsManager::coreLoggerPath() const {
-    return DefaultsStore::standard().url(keyOf(Preference::coreLoggerPath));
+    return DefaultsStore::standard().url(preferenceKey(Preference::coreLoggerPath));
 }
 
 std::optional<URL> UserDefaultsManager::saveChatDefaultLocationUrl() const {

@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include <Velora_UserDefaults/Platform/Export.h>
+#include <Velora_UserDefaults/Platform/OptionalText.h>
 #include <Velora_UserDefaults/Platform/URL.h>
 #include <Velora_UserDefaults/UserDefaults/PreferenceTypes.h>
 #include <Velora_UserDefaults/UserDefaults/SharedLogger.h>
@@ -26,7 +26,7 @@ extern VELORA_EXPORT SharedLogger logger;
 ///     if (preferences.useProxy()) { … }
 ///
 /// Nothing is kept in memory: a read returns what the store holds at that moment, whichever process wrote it,
-/// and a write is on the disk when it returns. A property whose key is absent reads as its default. Setting
+/// and a write is durable when it returns. A property whose key is absent reads as its default. Setting
 /// one announces the new value, even if it is the old one, as a line at level `info` through `logger` (but
 /// for `scaleImageMode` and `lastMigrateVersion`), and then stores it. Nothing is validated.
 ///
@@ -44,7 +44,7 @@ public:
 
     /// The version up to which settings were migrated; interpreted by the host. Absent removes it.
     virtual std::optional<std::string> lastMigrateVersion() const;
-    virtual void setLastMigrateVersion(std::optional<std::string_view> version);
+    virtual void setLastMigrateVersion(OptionalText version);
 
     /// Overrides of the application's server endpoints, and the folder of the core engine's log: as stored,
     /// read-only here, not interpreted.
@@ -59,23 +59,23 @@ public:
     /// application data. Neither made nor looked for. Without such a folder the process stops.
     std::optional<URL> saveChatDefaultLocationUrl() const;
 
-    // The user's preferences. Absent text or URLs remove the stored value.
+    // The user's preferences. Absent text or URLs remove the stored value; a null pointer is absent text.
 
     /// Whom the user connected to last, and the identifier of this host; absent if none is stored.
     std::optional<std::string> lastConnectionId() const;
-    void setLastConnectionId(std::optional<std::string_view> identifier);
+    void setLastConnectionId(OptionalText identifier);
     std::optional<std::string> serverId() const;
-    void setServerId(std::optional<std::string_view> identifier);
+    void setServerId(OptionalText identifier);
     /// `windowed` unless `fullScreen` is stored. Changes are not announced.
     ScaleImageMode scaleImageMode() const;
     void setScaleImageMode(ScaleImageMode mode);
     std::optional<std::string> ignoreUpdateVersion() const;
-    void setIgnoreUpdateVersion(std::optional<std::string_view> version);
+    void setIgnoreUpdateVersion(OptionalText version);
     /// `notPinned` unless `alwaysOnTop` is stored.
     ServerScreenControlMode serverScreenControlMode() const;
     void setServerScreenControlMode(ServerScreenControlMode mode);
     std::optional<std::string> computerDisplayName() const;
-    void setComputerDisplayName(std::optional<std::string_view> name);
+    void setComputerDisplayName(OptionalText name);
     /// `controlRemoteComputer` unless `allowRemoteComputer` is stored.
     DefaultConnectionMode defaultConnectionMode() const;
     void setDefaultConnectionMode(DefaultConnectionMode mode);
@@ -118,9 +118,9 @@ public:
     bool autodetectProxy() const;
     void setAutodetectProxy(bool isOn);
     std::optional<std::string> manualAddressProxy() const;
-    void setManualAddressProxy(std::optional<std::string_view> address);
+    void setManualAddressProxy(OptionalText address);
     std::optional<std::string> manualPortProxy() const;
-    void setManualPortProxy(std::optional<std::string_view> port);
+    void setManualPortProxy(OptionalText port);
 
 private:
     UserDefaultsManager() = default;

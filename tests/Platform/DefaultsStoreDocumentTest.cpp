@@ -2,7 +2,6 @@
 #include <string>
 
 #include <Velora_UserDefaults/Platform/DefaultsStoreDocument.h>
-#include <Velora_UserDefaults/Platform/DefaultsStoreScanner.h>
 
 namespace velora::test {
 namespace {
@@ -78,8 +77,8 @@ TEST(DefaultsStoreDocument, AcceptsWellFormedJSONObjectsOnly) {
 }
 
 TEST(DefaultsStoreDocument, LimitsNesting) {
-    EXPECT_TRUE(parse(nested(DefaultsStoreScanner::maximumDepth)));
-    EXPECT_FALSE(parse(nested(DefaultsStoreScanner::maximumDepth + 1)));
+    EXPECT_TRUE(parse(nested(DefaultsStoreDocument::maximumDepth)));
+    EXPECT_FALSE(parse(nested(DefaultsStoreDocument::maximumDepth + 1)));
     EXPECT_FALSE(parse(nested(5'000'000)));
 }
 
@@ -107,8 +106,9 @@ TEST(DefaultsStoreDocument, KeepsPlacesWhenItChangesMembers) {
     EXPECT_EQ(document.text(), "{\n    \"b\": \"x\",\n    \"c\": 3,\n    \"d\\\"\": 4\n}\n");
 }
 
-TEST(DefaultsStoreDocument, DropsEarlierDuplicatesOfAKeyThatIsSet) {
+TEST(DefaultsStoreDocument, TakesTheLastOfDuplicateKeys) {
     auto document = *parse(R"({"a": 1, "b": 2, "a": 3, "c": 4, "a": 5})");
+    EXPECT_EQ(document.text(), "{\n    \"b\": 2,\n    \"c\": 4,\n    \"a\": 5\n}\n");
     EXPECT_FALSE(document.set("a", "5"));
     EXPECT_TRUE(document.set("a", "6"));
     EXPECT_EQ(document.text(), "{\n    \"b\": 2,\n    \"c\": 4,\n    \"a\": 6\n}\n");

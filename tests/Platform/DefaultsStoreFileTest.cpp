@@ -1,14 +1,13 @@
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
-#include <functional>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <string>
 #include <sys/syscall.h>
 #include <thread>
 
 #include <Velora_UserDefaults/Platform/DefaultsStoreFile.h>
+#include <Velora_UserDefaults/Platform/FileContents.h>
 
 #include "DefaultsStoreTestSupport.h"
 #include "support/FailingSystemCall.h"
@@ -24,11 +23,9 @@ TEST(DefaultsStoreFile, TrustsTheStampsOfAFileOnlyWhenTheyAreOld) {
     const std::string file = folder / "file";
     writeFile(file, "bytes");
     EXPECT_FALSE(DefaultsStoreContents::read(file).settled);
-    EXPECT_TRUE(DefaultsStoreContents::read(file).young);
     makeOld(file);
     // The time of the change of the inode is of today all the same.
     EXPECT_FALSE(DefaultsStoreContents::read(file).settled);
-    EXPECT_FALSE(DefaultsStoreContents::read(file).young);
     std::this_thread::sleep_for(std::chrono::milliseconds(30));
     EXPECT_TRUE(DefaultsStoreContents::read(file).settled);
 }
@@ -45,41 +42,25 @@ TEST(DefaultsStoreFile, TellsWhatItFindsInItsPlace) {
     EXPECT_EQ(DefaultsStoreContents::read(folder / "file").state, State::tooLarge);
 }
 
-TEST(DefaultsStoreFile, FollowsLinksToWhereTheyLead) {
+TEST(DefaultsStoreFile, IsPutInPlaceAsAWhole) {
     const TemporaryFolder folder;
-    std::filesystem::create_symlink("b", folder / "a");
-    std::filesystem::create_symlink(folder / "c", folder / "b");
-    EXPECT_EQ(resolvedStorePath(folder / "a"), folder / "c");
-    EXPECT_EQ(resolvedStorePath(folder / "plain"), folder / "plain");
-    std::filesystem::create_symlink("loop", folder / "loop");
-    EXPECT_EQ(resolvedStorePath(folder / "loop"), folder / "loop");
+    const std::string path = folder / "file";
+    writeFile(path, "before");
+    const Descriptor file = writeBeside(path, "after");
+    ASSERT_TRUE(file);
+    EXPECT_EQ(readFile(path), "before");
+    ASSERT_TRUE(putInPlace(path));
+    EXPECT_EQ(DefaultsStoreIdentity::of(file.get()), DefaultsStoreIdentity::at(path));
+    EXPECT_EQ(readFile(path), "after");
+    EXPECT_EQ(filesBeginningWith(folder.path(), "").size(), 1U);
 }
 
-TEST(DefaultsStoreFile, ReplacesAFileThatIsNoStoreAndTouchesNoOther) {
+TEST(DefaultsStoreFile, LeavesNothingBesideWhenItCannotBePutInPlace) {
     const TemporaryFolder folder;
-    const std::string neighbours[] = {"file.new", "file.spare", "file.tmp", "file~"};
-    for (const std::string& name : neighbours) {
-        writeFile(folder / name, name);
-    }
-    std::string fault;
-    for (const std::string bytes : {"one", "two", "three"}) {
-        ASSERT_TRUE(replaceForeignFile(folder / "file", bytes, fault)) << fault;
-        EXPECT_EQ(readFile(folder / "file"), bytes);
-    }
-    for (const std::string& name : neighbours) {
-        EXPECT_EQ(readFile(folder / name), name);
-    }
-    EXPECT_EQ(filesBeginningWith(folder.path(), "").size(), 1 + std::size(neighbours));
-}
-
-TEST(DefaultsStoreFile, PutsNothingInPlaceWhenTheRenameIsRefused) {
-    const TemporaryFolder folder;
-    std::string fault;
-    const auto refuse = [](const std::function<bool()>&) { return false; };
-    const auto allow = [](const std::function<bool()>& move) { return move(); };
-    ASSERT_TRUE(replaceStoreFile(folder / "file", "before", allow, fault));
-    EXPECT_FALSE(replaceStoreFile(folder / "file", "after", refuse, fault));
-    EXPECT_EQ(readFile(folder / "file"), "before");
+    const std::string path = folder / "file";
+    std::filesystem::create_directories(path + "/not empty");
+    ASSERT_TRUE(writeBeside(path, "after"));
+    EXPECT_FALSE(putInPlace(path));
     EXPECT_EQ(filesBeginningWith(folder.path(), "").size(), 1U);
 }
 
@@ -106,11 +87,10 @@ TEST_P(DefaultsStoreFileWithFailingCall, StaysAsItWasAndLeavesNothingBeside) {
             if (!makeFail(GetParam().call, GetParam().code)) {
                 return cannotFilter;
             }
-            std::string fault;
-            const auto allow = [](const std::function<bool()>& move) { return move(); };
-            const bool done = isStore ? replaceStoreFile(folder / "file", "after", allow, fault)
-                                      : replaceForeignFile(folder / "file", "after", fault);
-            return done || !fault.starts_with("cannot write it: ") ? 1 : 0;
+            if (isStore) {
+                return writeBeside(folder / "file", "after") ? 1 : 0;
+            }
+            return replaceFile(folder / "file", "after").starts_with("cannot write it: ") ? 0 : 1;
         });
         if (replaced == cannotFilter) {
             GTEST_SKIP() << "system calls cannot be filtered here";

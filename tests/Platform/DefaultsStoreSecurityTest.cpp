@@ -12,7 +12,7 @@
 #include <vector>
 
 #include <Velora_UserDefaults/Platform/DefaultsStore.h>
-#include <Velora_UserDefaults/Platform/DefaultsStoreFile.h>
+#include <Velora_UserDefaults/Platform/FileContents.h>
 
 #include "DefaultsStoreTestSupport.h"
 #include "support/OtherUser.h"
@@ -23,7 +23,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::array besideStore{"UserDefaults.json.lock", "UserDefaults.json.spare", "UserDefaults.json.generation"};
+constexpr std::array besideStore{"UserDefaults.json.lock", "UserDefaults.json.new"};
 
 unsigned modeOf(const std::string& path) {
     struct stat status {};
@@ -42,7 +42,7 @@ int faultOfModes(const std::string& folder) {
             return 2;
         }
     }
-    return files == 4 ? 0 : 3;  // the store, the lock, the spare and the counter
+    return files == 2 ? 0 : 3;  // the store and the lock
 }
 
 int faultAfterWritesUnder(mode_t mask, const std::string& folder) {
@@ -89,7 +89,6 @@ TEST(DefaultsStoreSecurity, ClosesFilesThatWereOpenToOthers) {
     ASSERT_TRUE(DefaultsStore(folder / "UserDefaults.json").setString("secret", "newer"));
     EXPECT_EQ(modeOf(folder / "UserDefaults.json.lock"), 0600U);
     EXPECT_EQ(modeOf(folder / "UserDefaults.json"), 0600U);
-    EXPECT_EQ(modeOf(folder / "UserDefaults.json.spare"), 0600U);
 }
 
 TEST(DefaultsStoreSecurity, LeavesNoFormerSettingsThatOthersCanRead) {
@@ -133,7 +132,7 @@ TEST(DefaultsStoreSecurity, KeepsEveryKeyInItsFile) {
         EXPECT_EQ(DefaultsStore(folder / "config/UserDefaults.json").integer(key), 7) << key;
     }
     EXPECT_EQ(filesBeginningWith(folder.path(), ""), std::vector<std::string>{"config"});
-    EXPECT_EQ(filesBeginningWith(folder.path() / "config", "").size(), 4U);
+    EXPECT_EQ(filesBeginningWith(folder.path() / "config", "").size(), 2U);
 }
 
 TEST(DefaultsStoreSecurity, FollowsNoLinkThatAnotherUserPutIntoAFolderOfAll) {
@@ -246,8 +245,7 @@ TEST(DefaultsStoreSecurity, ExportsToAFileOfItsOwnInAFolderOfAll) {
     const SharedFolder shared;
     writeFile(shared / "victim", "precious data");
     fs::create_symlink("victim", shared / "exported");
-    std::string fault;
-    ASSERT_TRUE(replaceForeignFile(shared / "exported", "settings", fault)) << fault;
+    ASSERT_EQ(replaceFile(shared / "exported", "settings"), "");
     EXPECT_EQ(readFile(shared / "victim"), "precious data");
     EXPECT_EQ(readFile(shared / "exported"), "settings");
     EXPECT_EQ(modeOf(shared / "exported"), 0600U);

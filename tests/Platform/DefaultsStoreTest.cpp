@@ -4,8 +4,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <limits>
+#include <optional>
+#include <string>
 #include <sys/stat.h>
 #include <thread>
+#include <vector>
 
 #include <Velora_UserDefaults/Platform/DefaultsStore.h>
 
@@ -161,7 +164,7 @@ TEST_F(DefaultsStoreTest, TakesTheLastOfDuplicateKeys) {
     writeFile(file, R"({"a": 1, "b": 2, "a": 3})");
     EXPECT_EQ(store.integer("a"), 3);
     ASSERT_TRUE(store.setInteger("c", 4));
-    EXPECT_EQ(readFile(file), "{\n    \"a\": 1,\n    \"b\": 2,\n    \"a\": 3,\n    \"c\": 4\n}\n");
+    EXPECT_EQ(readFile(file), "{\n    \"b\": 2,\n    \"a\": 3,\n    \"c\": 4\n}\n");
     ASSERT_TRUE(store.setInteger("a", 5));
     EXPECT_EQ(readFile(file), "{\n    \"b\": 2,\n    \"a\": 5,\n    \"c\": 4\n}\n");
     writeFile(file, R"({"a": 1, "a": 3})");
@@ -325,6 +328,145 @@ TEST_F(DefaultsStoreTest, WaitsForAChange) {
     EXPECT_EQ(store.integer("key"), 1);
 }
 
+TEST_F(DefaultsStoreTest, KeepsRealNumbers) {
+    for (const double value : {0.0, 1.0, -2.5, 0.1, 1e300, -1e-300, 123456789.125}) {
+        ASSERT_TRUE(store.setReal("key", value));
+        EXPECT_EQ(store.real("key"), value);
+        EXPECT_EQ(another().real("key"), value);
+        EXPECT_EQ(another().allValues().at(0).type, Type::real) << value;
+    }
+    EXPECT_EQ(store.real("missing"), 0);
+}
+
+TEST_F(DefaultsStoreTest, RefusesRealNumbersThatJSONHasNot) {
+    const Reports reports(store);
+    EXPECT_FALSE(store.setReal("key", std::numeric_limits<double>::infinity()));
+    EXPECT_FALSE(store.setReal("key", std::numeric_limits<double>::quiet_NaN()));
+    EXPECT_THAT(reports.lines(), ElementsAre(HasSubstr("inf cannot be stored"), HasSubstr("nan cannot be stored")));
+    EXPECT_FALSE(store.contains("key"));
+}
+
+TEST_F(DefaultsStoreTest, KeepsListsOfText) {
+    const std::vector<std::string> some = {"a", "", "two\nlines", "Grüße", "\"quoted\", [x]"};
+    ASSERT_TRUE(store.setStrings("some", some));
+    ASSERT_TRUE(store.setStrings("none", {}));
+    EXPECT_EQ(another().strings("some"), some);
+    EXPECT_EQ(another().strings("none"), std::vector<std::string>());
+    EXPECT_EQ(store.string("some"), std::nullopt);
+    writeFile(file, R"({"mixed": ["a", 1], "text": "a", "number": 1})");
+    for (const char* key : {"mixed", "text", "number", "missing"}) {
+        EXPECT_EQ(DefaultsStore(file).strings(key), std::nullopt) << key;
+    }
+}
+
+TEST_F(DefaultsStoreTest, KeepsBytes) {
+    for (std::size_t size = 0; size < 300; size += size < 10 ? 1 : 97) {
+        std::vector<std::byte> bytes(size);
+        for (std::size_t index = 0; index < size; ++index) {
+            bytes[index] = static_cast<std::byte>(index * 37 + size);
+        }
+        ASSERT_TRUE(store.setBytes("key", bytes));
+        EXPECT_EQ(another().bytes("key"), bytes);
+    }
+    ASSERT_TRUE(store.setBytes("key", std::vector<std::byte>{std::byte{0}, std::byte{1}}));
+    EXPECT_EQ(readFile(file), "{\n    \"key\": {\"base64\": \"AAE=\"}\n}\n");
+    writeFile(file, R"({"bad": {"base64": "A"}, "other": {"base64": "AAE=", "b": 1}, "text": "AAE="})");
+    for (const char* key : {"bad", "other", "text", "missing"}) {
+        EXPECT_EQ(DefaultsStore(file).bytes(key), std::nullopt) << key;
+    }
+}
+
+TEST_F(DefaultsStoreTest, RemovesSeveralKeysInOneWrite) {
+    store.importText(R"({"a": 1, "b": 2, "c": 3, "d": 4})");
+    store.registerDefault("a", 6);
+    const std::uint64_t before = store.generation();
+    const std::vector<std::string> keys = {"a", "c", "missing"};
+    ASSERT_TRUE(store.removeKeys(keys));
+    EXPECT_EQ(store.generation(), before + 1);
+    EXPECT_EQ(readFile(file), "{\n    \"b\": 2,\n    \"d\": 4\n}\n");
+    EXPECT_EQ(store.integer("a"), 6);
+    const auto written = std::filesystem::last_write_time(file);
+    ASSERT_TRUE(store.removeKeys(keys));
+    EXPECT_EQ(std::filesystem::last_write_time(file), written);
+}
+
+TEST_F(DefaultsStoreTest, TakesANullPointerForNoText) {
+    const char* const none = nullptr;
+    char* const writable = nullptr;
+    for (const OptionalText& absent : {OptionalText(nullptr), OptionalText(none), OptionalText(writable)}) {
+        store.setString("key", "text");
+        ASSERT_TRUE(store.setString("key", absent));
+        EXPECT_FALSE(store.contains("key"));
+    }
+    store.setString("key", "text");
+    ASSERT_TRUE(store.setString("key", nullptr));
+    EXPECT_FALSE(store.contains("key"));
+    ASSERT_TRUE(store.setString("key", std::optional<std::string>("owned")));
+    EXPECT_EQ(store.string("key"), "owned");
+    ASSERT_TRUE(store.setString("key", std::optional<std::string_view>()));
+    EXPECT_FALSE(store.contains("key"));
+}
+
+TEST_F(DefaultsStoreTest, ReadsBySlotWhatItReadsByText) {
+    store.setInteger("before", 1);
+    ASSERT_EQ(store.integer("before"), 1);
+    static const auto before = DefaultsStore::Key::slot("before");
+    static const auto after = DefaultsStore::Key::slot(std::string("after"));
+    EXPECT_EQ(before.text(), "before");
+    EXPECT_EQ(store.integer(before), 1) << "a slot that is newer than what was read";
+    store.setString("after", "42 px");
+    EXPECT_EQ(store.integer(after), 42);
+    EXPECT_EQ(store.string(after), "42 px");
+    store.registerDefault(after, 7);
+    EXPECT_EQ(store.integer(after), 42);
+    store.remove("after");
+    EXPECT_EQ(store.integer(after), 7);
+    EXPECT_EQ(another().integer(after), 0) << "registered defaults are those of a store";
+    store.registerDefault("after", 8);
+    EXPECT_EQ(store.integer(after), 8);
+    static const auto twice = DefaultsStore::Key::slot("after");
+    EXPECT_EQ(store.integer(twice), 8);
+}
+
+TEST_F(DefaultsStoreTest, RegistersAndReadsInOneStep) {
+    static const auto slot = DefaultsStore::Key::slot("in one step");
+    for (const DefaultsStore::Key& key : {slot, DefaultsStore::Key("by text")}) {
+        for (int round = 0; round < 3; ++round) {
+            EXPECT_EQ(store.integer(key, 6), 6);
+            EXPECT_EQ(store.integer(key), 6);
+            EXPECT_EQ(store.integer(key, 7), 7) << "in place of an earlier one";
+            EXPECT_TRUE(store.boolean(key, true));
+            EXPECT_EQ(store.string(key), "1") << "registered as a truth value";
+            EXPECT_EQ(store.integer(key, 1), 1);
+            EXPECT_FALSE(store.boolean(key, false));
+        }
+        store.setInteger(key.text(), 12);
+        EXPECT_EQ(store.integer(key, 6), 12);
+        store.setString(key.text(), "no number");
+        EXPECT_EQ(store.integer(key, 6), 0);
+        store.remove(key.text());
+        EXPECT_EQ(store.integer(key, 6), 6);
+    }
+    EXPECT_TRUE(store.allValues().empty());
+}
+
+TEST_F(DefaultsStoreTest, ReadsByASlotThatIsMadeWhileTheFileStaysAsItIs) {
+    store.setInteger("key", 5);
+    store.integer("key");
+    const auto slot = DefaultsStore::Key::slot("key");
+    EXPECT_EQ(store.integer(slot), 5);
+    std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    EXPECT_EQ(store.integer(slot), 5);
+    store.setInteger("key", 6);
+    EXPECT_EQ(store.integer(slot), 6);
+}
+
+TEST_F(DefaultsStoreTest, ReadsAtOnceWhatItWroteItselfThoughTheFileIsBrokenNow) {
+    store.setInteger("key", 12);
+    writeFile(file, "");
+    EXPECT_EQ(store.integer("key"), 12);
+}
+
 TEST_F(DefaultsStoreTest, FollowsALinkAndKeepsIt) {
     std::filesystem::create_directory(folder / "real");
     std::filesystem::create_symlink("real/store.json", folder / "link.json");
@@ -356,7 +498,6 @@ TEST_F(DefaultsStoreTest, ServesSeveralStoresInOneThreadAlternately) {
 TEST_F(DefaultsStoreTest, AllowsItsReportHandlerToUseIt) {
     std::int64_t seen = 0;
     writeFile(file, "broken");
-    makeOld(file);
     store.setReportHandler([&](const std::string&) {
         store.setInteger("key", 5);
         seen = store.integer("key");

@@ -82,6 +82,22 @@ TEST(DefaultsStoreValue, ConvertsEveryTypeToEveryOther) {
     }
 }
 
+TEST(DefaultsStoreValue, ConvertsEveryTypeToARealNumber) {
+    const std::pair<const char*, double> conversions[] = {
+        {"true", 1},          {"false", 0},
+        {"-7", -7},           {"9223372036854775808", 9223372036854775808.0},
+        {"2.5", 2.5},         {"1e3", 1000},
+        {R"("2.5 px")", 2.5}, {R"(" -1e2")", -100},
+        {R"("px")", 0},       {R"("0x1F")", 0},
+        {R"("inf")", 0},      {R"("nan")", 0},
+        {R"("+7")", 7},       {R"("")", 0},
+        {"[1.5]", 0},         {R"({"url": "file:///1"})", 0},
+        {R"("1.5.5")", 1.5},  {R"("1e999")", std::numeric_limits<double>::infinity()}};
+    for (const auto& [json, real] : conversions) {
+        EXPECT_EQ(DefaultsStoreValue::fromJSON(json).real, real) << json;
+    }
+}
+
 TEST(DefaultsStoreValue, ReadsAURLFromItsObjectOnly) {
     EXPECT_EQ(DefaultsStoreValue::fromJSON(R"({ "url" : "https://a/b" })").asURL(), URL::parse("https://a/b"));
     EXPECT_EQ(DefaultsStoreValue::fromJSON(R"({"url": "no url"})").asURL(), std::nullopt);
@@ -111,8 +127,8 @@ TEST(DefaultsStoreValue, ReadsNumbersTheSameInEveryLocale) {
 }
 
 TEST(DefaultsStoreValue, TakesRegisteredValues) {
-    EXPECT_EQ(DefaultsStoreValue::fromRegistered(true), DefaultsStoreValue::fromBoolean(true));
-    EXPECT_EQ(DefaultsStoreValue::fromRegistered(6), DefaultsStoreValue::fromInteger(6));
+    EXPECT_EQ(DefaultsStoreValue::fromRegistered(true), DefaultsStoreValue::fromJSON("true"));
+    EXPECT_EQ(DefaultsStoreValue::fromRegistered(6), DefaultsStoreValue::fromJSON("6"));
     EXPECT_EQ(DefaultsStoreValue::fromRegistered("6"), DefaultsStoreValue::fromString("6"));
 }
 

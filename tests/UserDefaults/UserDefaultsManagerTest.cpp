@@ -118,6 +118,20 @@ TEST_F(UserDefaultsManagerCore, KeepsTheMigratedVersion) {
     EXPECT_FALSE(store().contains("LastMigrateSettings"));
 }
 
+TEST_F(UserDefaultsManagerCore, TakesANullPointerForAbsentText) {
+    const char* const none = nullptr;
+    preferences.setManualAddressProxy("proxy.example");
+    preferences.setManualAddressProxy(nullptr);
+    EXPECT_EQ(preferences.manualAddressProxy(), std::nullopt);
+    preferences.setManualPortProxy("8080");
+    preferences.setManualPortProxy(none);
+    EXPECT_EQ(preferences.manualPortProxy(), std::nullopt);
+    preferences.setLastMigrateVersion("4.2");
+    preferences.setLastMigrateVersion(none);
+    EXPECT_EQ(preferences.lastMigrateVersion(), std::nullopt);
+    EXPECT_TRUE(store().allValues().empty());
+}
+
 TEST_F(UserDefaultsManagerCore, ReadsWhatTheStoreHoldsAtThatTime) {
     storeFromOutside("LastMigrateSettings", R"("1")");
     EXPECT_EQ(preferences.lastMigrateVersion(), "1");

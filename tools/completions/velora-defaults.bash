@@ -4,25 +4,31 @@ _velora_defaults() {
     local current=${COMP_WORDS[COMP_CWORD]} command=${COMP_WORDS[1]} words= word
     COMPREPLY=()
     if ((COMP_CWORD == 1)); then
-        words="list read write delete export import path watch --help --version"
+        words="list read describe write delete reset export import path watch --help --version"
     else
         case $command in
             list) words="--json --keys --help" ;;
-            watch) words="--count --help" ;;
             path) words="--help" ;;
             export | import)
-                [[ $current == -* ]] && COMPREPLY=(--help) && return
+                if [[ $current == -* ]]; then
+                    words="--help"
+                    [[ $command == import ]] && words="--force --help"
+                    mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+                    return
+                fi
                 mapfile -t COMPREPLY < <(compgen -f -- "$current")
                 compopt -o filenames 2>/dev/null
                 return
                 ;;
-            read | write | delete)
+            read | describe | write | delete | reset | watch)
                 if [[ $current == -* ]]; then
                     words="--help"
                     [[ $command == write ]] && words="-string -int -bool -url --force --help"
+                    [[ $command == reset ]] && words="--all -y --yes --help"
+                    [[ $command == watch ]] && words="--count --help"
                 else
                     for word in "${COMP_WORDS[@]:2:COMP_CWORD-2}"; do
-                        [[ $word == -* ]] || return
+                        [[ $word == -* || $command == reset || $command == watch ]] || return
                     done
                     # Keys are anybody's text: compgen -W would run the commands in them.
                     while IFS= read -r word; do

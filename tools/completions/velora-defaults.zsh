@@ -2,10 +2,12 @@
 
 local -a commands keys
 commands=(
-    'list:print every known or stored key with its type and value'
+    'list:print every known or stored key with its property, type and value'
     'read:print one value'
+    'describe:print what is known of one key'
     'write:store one value'
     'delete:remove one stored value'
+    'reset:let defaults hold again, for some keys or all'
     'export:write all stored values to a JSON file'
     'import:store all values of a JSON file, or none'
     'path:print the path of the store'\''s file'
@@ -26,10 +28,24 @@ shift words
 ((CURRENT--))
 case ${words[1]} in
     list) _arguments '--json[print a JSON list]' '--keys[print the keys alone]' '--help' ;;
-    watch) _arguments '--count=[end after so many changes]:number' '--help' ;;
-    export | import) _arguments '--help' ':file:_files' ;;
+    watch)
+        if [[ $PREFIX == -* ]]; then
+            compadd -- --count --help
+        else
+            compadd -a keys
+        fi
+        ;;
+    export) _arguments '--help' ':file:_files' ;;
+    import) _arguments '--force[import also what write refuses]' '--help' ':file:_files' ;;
     path) _arguments '--help' ;;
-    read | delete)
+    reset)
+        if [[ $PREFIX == -* ]]; then
+            compadd -- --all -y --yes --help
+        else
+            compadd -a keys
+        fi
+        ;;
+    read | describe | delete)
         if [[ $PREFIX == -* ]]; then
             compadd -- --help
         elif ((CURRENT == 2)); then
