@@ -29,7 +29,6 @@
 #include <Velora_UserDefaults/XCGLogger/Destinations/ConsoleDestination.h>
 
 #include "support/CountingFormatter.h"
-#include "support/ForksWithThreads.h"
 #include "support/RecordingDestination.h"
 #include "support/SyslogDaemon.h"
 #include "support/TemporaryFolder.h"

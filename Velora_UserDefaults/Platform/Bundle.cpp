@@ -1,15 +1,32 @@
+#include <array>
+#include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <string>
 #include <utility>
 
 #include <Velora_UserDefaults/Platform/Bundle.h>
-#include <Velora_UserDefaults/Platform/RecursiveLock.h>
+#include <Velora_UserDefaults/Platform/ForkHandlers.h>
 
 namespace velora {
 
 struct Bundle::Content {
-    RecursiveLock lock;
-    std::map<std::string, std::any, std::less<>> info;
+    using Value = std::shared_ptr<const std::any>;
+
+    /// Puts `value` in the place of that of `key`, and returns the one before. With the mutex held.
+    Value replace(std::string_view key, Value value) {
+        const auto entry = info.find(key);
+        if (entry == info.end()) {
+            info.emplace(key, std::move(value));
+            return nullptr;
+        }
+        return std::exchange(entry->second, std::move(value));
+    }
+
+    ForkSafeMutex mutex;
+    // Shared, so that values are copied and destroyed, which may run anybody's code, with the mutex released.
+    std::map<std::string, Value, std::less<>> info;
 };
 
 namespace {
@@ -40,21 +57,22 @@ Bundle& Bundle::main() {
 }
 
 void Bundle::setInfo(std::string_view key, std::any value) {
-    value = withTextAsString(std::move(value));
-    const std::scoped_lock locked(content_->lock);
-    const auto entry = content_->info.find(key);
-    if (entry != content_->info.end()) {
-        // Swapped out, so that the old value goes when the lock is free again.
-        entry->second.swap(value);
-    } else {
-        content_->info.emplace(key, std::move(value));
-    }
+    auto shared = std::make_shared<const std::any>(withTextAsString(std::move(value)));
+    Content::Value before;
+    const std::scoped_lock lock(content_->mutex);
+    before = content_->replace(key, std::move(shared));
 }
 
 std::any Bundle::info(std::string_view key) const {
-    const std::scoped_lock locked(content_->lock);
-    const auto entry = content_->info.find(key);
-    return entry == content_->info.end() ? std::any() : entry->second;
+    Content::Value value;
+    {
+        const std::scoped_lock lock(content_->mutex);
+        const auto entry = content_->info.find(key);
+        if (entry != content_->info.end()) {
+            value = entry->second;
+        }
+    }
+    return value == nullptr ? std::any() : *value;
 }
 
 std::optional<std::string> Bundle::infoText(std::string_view key) const {
@@ -64,9 +82,12 @@ std::optional<std::string> Bundle::infoText(std::string_view key) const {
 }
 
 void Bundle::setVersion(std::string_view shortVersion, std::string_view build) {
-    const std::scoped_lock locked(content_->lock);
-    setInfo(shortVersionKey, std::string(shortVersion));
-    setInfo(versionKey, std::string(build));
+    auto sharedShortVersion = std::make_shared<const std::any>(std::string(shortVersion));
+    auto sharedBuild = std::make_shared<const std::any>(std::string(build));
+    std::array<Content::Value, 2> before;
+    const std::scoped_lock lock(content_->mutex);
+    before = {content_->replace(shortVersionKey, std::move(sharedShortVersion)),
+              content_->replace(versionKey, std::move(sharedBuild))};
 }
 
 }  // namespace velora

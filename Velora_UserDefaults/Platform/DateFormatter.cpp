@@ -1,14 +1,17 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <optional>
 #include <string_view>
 #include <typeinfo>
 #include <unicode/fpositer.h>
 #include <unicode/resbund.h>
+#include <unicode/simpletz.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
 #include <unicode/unistr.h>
@@ -16,6 +19,7 @@
 #include <vector>
 
 #include <Velora_UserDefaults/Platform/DateFormatter.h>
+#include <Velora_UserDefaults/Platform/LocalTime.h>
 #include <Velora_UserDefaults/Platform/TextWriter.h>
 
 namespace velora {
@@ -196,6 +200,13 @@ std::unique_ptr<icu::TimeZone> makeTimeZone(const std::string& identifier) {
                            : icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(identifier)));
 }
 
+/// The zone of one instant: what the C library alone knows has no other form in ICU.
+std::unique_ptr<icu::TimeZone> makeTimeZone(const std::string& identifier, const LocalTime& local) {
+    constexpr std::int32_t millisecondsInSecond = 1000;
+    return std::make_unique<icu::SimpleTimeZone>(local.offset * millisecondsInSecond,
+                                                 icu::UnicodeString::fromUTF8(identifier));
+}
+
 std::unique_ptr<icu::SimpleDateFormat> makeFormat(const std::string& pattern, const icu::Locale& locale,
                                                   const icu::TimeZone& zone) {
     UErrorCode status = U_ZERO_ERROR;
@@ -264,6 +275,8 @@ private:
     std::string pattern_;
     std::string locale_;
     std::string timeZone_;
+    // Whether only the C library knows it, and is asked for each second anew.
+    bool isOfTheCLibraryAlone_ = false;
     std::uint64_t number_ = nextFormatterNumber();
     std::unique_ptr<SharedFormat> format_;
     std::array<std::string, 10> digits_;
@@ -279,7 +292,13 @@ DateFormatter::Engine::Engine(std::string pattern, const std::string& localeIden
     : pattern_(std::move(pattern)), subSecond_(subSecondFields(pattern_)) {
     const std::lock_guard lock(making);
     const icu::Locale locale = makeLocale(localeIdentifier);
-    const std::unique_ptr<icu::TimeZone> zone = makeTimeZone(timeZoneIdentifier);
+    std::unique_ptr<icu::TimeZone> zone = makeTimeZone(timeZoneIdentifier);
+    if (timeZoneIdentifier.empty()) {
+        if (const std::optional<std::string> identifier = timeZoneOfTheCLibraryAlone()) {
+            isOfTheCLibraryAlone_ = true;
+            zone = makeTimeZone(*identifier, localTimeAt(0));
+        }
+    }
     locale_ = locale == icu::Locale::getRoot() ? "root" : locale.getName();
     icu::UnicodeString zoneIdentifier;
     zone->getID(zoneIdentifier).toUTF8String(timeZone_);
@@ -323,6 +342,12 @@ Rendering DateFormatter::Engine::render(double milliseconds) const {
     if (format == nullptr) {
         return rendering;
     }
+    std::string zoneName;
+    if (isOfTheCLibraryAlone_) {
+        LocalTime local = localTimeAt(static_cast<std::int64_t>(std::floor(milliseconds / 1000)));
+        format->adoptTimeZone(makeTimeZone(timeZone_, local).release());
+        zoneName = std::move(local.name);
+    }
     UErrorCode status = U_ZERO_ERROR;
     icu::UnicodeString text;
     icu::FieldPositionIterator positions;
@@ -332,15 +357,21 @@ Rendering DateFormatter::Engine::render(double milliseconds) const {
 
     std::int32_t done = 0;
     icu::FieldPosition position;
-    while (digitWidth_ > 0 && positions.next(position)) {
-        if (position.getField() != UDAT_FRACTIONAL_SECOND_FIELD) {
+    while (positions.next(position)) {
+        const bool isFraction = digitWidth_ > 0 && position.getField() == UDAT_FRACTIONAL_SECOND_FIELD;
+        const bool isNameOfZone = isOfTheCLibraryAlone_ && position.getField() == UDAT_TIMEZONE_FIELD;
+        if (!isFraction && !isNameOfZone) {
             continue;
         }
         text.tempSubStringBetween(done, position.getBeginIndex()).toUTF8String(rendering.text);
-        const std::size_t offset = rendering.text.size();
-        text.tempSubStringBetween(position.getBeginIndex(), position.getEndIndex()).toUTF8String(rendering.text);
-        rendering.fractions.push_back({offset, (rendering.text.size() - offset) / digitWidth_});
         done = position.getEndIndex();
+        if (isNameOfZone) {
+            rendering.text += zoneName;
+            continue;
+        }
+        const std::size_t offset = rendering.text.size();
+        text.tempSubStringBetween(position.getBeginIndex(), done).toUTF8String(rendering.text);
+        rendering.fractions.push_back({offset, (rendering.text.size() - offset) / digitWidth_});
     }
     text.tempSubString(done).toUTF8String(rendering.text);
     return rendering;

@@ -31,7 +31,9 @@ class VELORA_EXPORT DateFormatter {
 public:
     /// Formats by `pattern` in the user's locale and the system's time zone as they are now.
     /// The locale is the first of the environment's LC_ALL, LC_TIME and LANG that is not empty; the
-    /// zone is the environment's TZ, else the one that /etc/localtime names.
+    /// zone is the environment's TZ, else the one that /etc/localtime names. A TZ that names no zone of ICU's, as
+    /// rules do ("CET-1CEST,M3.5.0,M10.5.0/3"), is left to the C library: localtime_r(3) gives offset and name, and
+    /// follows a later tzset(3) of the process.
     explicit DateFormatter(std::string pattern);
 
     /// Formats by `pattern` in the locale ("de_DE", or as a BCP 47 tag "de-DE",

@@ -10,6 +10,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include <Velora_UserDefaults/Platform/Descriptor.h>
 #include <Velora_UserDefaults/Platform/FileHandle.h>
 
 namespace velora {
@@ -82,19 +83,22 @@ FileResult<FileHandle> FileHandle::openForWriting(const std::string& path) {
         return FileError::make(EINVAL, path, couldNot);
     }
     std::string copyOfPath = path;  // while there is no descriptor to lose for want of memory
-    int descriptor = -1;
-    do {
-        // O_NONBLOCK keeps open from waiting for the reader of a pipe; writing waits as usual.
-        descriptor = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-    } while (descriptor < 0 && errno == EINTR);
-    if (descriptor < 0) {
+    // O_NONBLOCK keeps open from waiting for the reader of a pipe; writing waits as usual.
+    constexpr int flagsOfOpening = O_WRONLY | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+    Descriptor descriptor(retrying([&] { return ::open(path.c_str(), flagsOfOpening); }));
+    if (!descriptor) {
         return FileError::make(errno, path, couldNot);
     }
-    FileHandle handle(descriptor, std::move(copyOfPath));
+    return adopt(std::move(descriptor), std::move(copyOfPath));
+}
+
+FileResult<FileHandle> FileHandle::adopt(Descriptor descriptor, std::string path) {
+    FileHandle handle(descriptor.release(), std::move(path));
     struct stat status {};
-    const int flags = ::fcntl(descriptor, F_GETFL);
-    if (::fstat(descriptor, &status) != 0 || flags < 0 || ::fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK) != 0) {
-        return handle.failure(errno, couldNot);
+    const int flags = ::fcntl(handle.descriptor_, F_GETFL);
+    if (::fstat(handle.descriptor_, &status) != 0 || flags < 0 ||
+        ::fcntl(handle.descriptor_, F_SETFL, flags & ~O_NONBLOCK) != 0) {
+        return handle.failure(errno, "couldn’t be opened for writing");
     }
     handle.canRaiseSigpipe_ = S_ISFIFO(status.st_mode);
     handle.device_ = status.st_dev;

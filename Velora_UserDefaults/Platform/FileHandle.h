@@ -11,6 +11,8 @@
 
 namespace velora {
 
+class Descriptor;
+
 /// An open file that is written at its end; closed when the object goes.
 ///
 /// Both forms of `write` and `synchronize` may be called by several threads at once on one handle, and
@@ -25,6 +27,10 @@ public:
     /// Opens the file at `path`, which must exist, for writing. Fails with ENOENT if there is none, EISDIR for a
     /// folder, ENXIO for a pipe (FIFO) that nobody reads: opening never waits.
     static FileResult<FileHandle> openForWriting(const std::string& path);
+
+    /// Takes over `descriptor`, which was opened for appending at `path` without waiting (O_NONBLOCK): from now on
+    /// writing waits as usual. Internal.
+    static FileResult<FileHandle> adopt(Descriptor descriptor, std::string path);
 
     /// A handle without a file: not open; writes fail with EBADF.
     FileHandle() = default;
@@ -74,6 +80,10 @@ public:
 
     /// The file's descriptor, which stays the handle's; -1 if it is not open.
     [[nodiscard]] int descriptor() const { return descriptor_; }
+
+    /// Which file it is, whatever its name.
+    [[nodiscard]] dev_t device() const { return device_; }
+    [[nodiscard]] ino_t inode() const { return inode_; }
 
     /// The path that the file was opened by.
     [[nodiscard]] const std::string& path() const { return path_; }

@@ -14,6 +14,8 @@
 #include <unistd.h>
 #include <utility>
 
+#include <Velora_UserDefaults/Platform/Descriptor.h>
+#include <Velora_UserDefaults/Platform/FileHandle.h>
 #include <Velora_UserDefaults/Platform/FileManager.h>
 #include <Velora_UserDefaults/Platform/FileMove.h>
 
@@ -152,10 +154,12 @@ struct FolderClosing {
 /// iterator would end the program where there is no memory for it.
 template <typename Take>
 int listFolder(const std::string& path, Take take) {
-    const std::unique_ptr<DIR, FolderClosing> folder(::opendir(path.c_str()));
+    Descriptor descriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const std::unique_ptr<DIR, FolderClosing> folder(descriptor ? ::fdopendir(descriptor.get()) : nullptr);
     if (!folder) {
         return errno;
     }
+    descriptor.release();
     errno = 0;
     // No other thread has this stream.
     while (const dirent* const entry = ::readdir(folder.get())) {  // NOLINT(concurrency-mt-unsafe)
@@ -168,32 +172,33 @@ int listFolder(const std::string& path, Take take) {
     return errno;
 }
 
-/// What is common to the two ways of making a file; `flags` are more flags of open(2).
-bool makeFile(const std::string& path, const FileAttributes& attributes, int flags, int* code) {
+/// Gives an open file, which was just made or emptied, its attributes; whether all could be given.
+bool setAttributes(int file, const FileAttributes& attributes, std::optional<long long> permissions) {
+    // The owner first: changing it takes away the set-id bits.
+    const bool hasOwners = setOwners(file, attributes);
+    const bool hasPermissions = setPermissions(file, permissions);
+    const bool hasDate = setModificationDate(file, attributes);
+    return hasOwners && hasPermissions && hasDate;
+}
+
+mode_t modeOf(std::optional<long long> permissions) {
+    constexpr long long usualPermissions = 0640;
+    return static_cast<mode_t>(permissions.value_or(usualPermissions) & allPermissions);
+}
+
+bool makeFile(const std::string& path, const FileAttributes& attributes, int* code) {
     int ignored = 0;
     int& reason = code != nullptr ? *code : ignored;
     if (!canNameFile(path)) {
         reason = EINVAL;
         return false;
     }
-    constexpr long long usualPermissions = 0640;
     const std::optional<long long> permissions = permissionsIn(attributes);
-    const auto mode = static_cast<mode_t>(permissions.value_or(usualPermissions) & allPermissions);
-    int file = -1;
-    do {
-        // O_NONBLOCK: nothing here waits for the reader of a pipe.
-        file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | flags, mode);
-    } while (file < 0 && errno == EINTR);
-    reason = file < 0 ? errno : 0;
-    if (file < 0) {
-        return false;
-    }
-    // The owner first: changing it takes away the set-id bits.
-    const bool hasOwners = setOwners(file, attributes);
-    const bool hasPermissions = setPermissions(file, permissions);
-    const bool hasDate = setModificationDate(file, attributes);
-    ::close(file);
-    return hasOwners && hasPermissions && hasDate;
+    // O_NONBLOCK: nothing here waits for the reader of a pipe.
+    constexpr int flagsOfMaking = O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | O_TRUNC;
+    const Descriptor file(retrying([&] { return ::open(path.c_str(), flagsOfMaking, modeOf(permissions)); }));
+    reason = file ? 0 : errno;
+    return file && setAttributes(file.get(), attributes, permissions);
 }
 
 }  // namespace
@@ -204,11 +209,39 @@ bool FileManager::fileExists(const std::string& path) {
 }
 
 bool FileManager::createFile(const std::string& path, const FileAttributes& attributes, int* code) {
-    return makeFile(path, attributes, O_TRUNC, code);
+    return makeFile(path, attributes, code);
 }
 
-bool FileManager::createMissingFile(const std::string& path, const FileAttributes& attributes, int* code) {
-    return makeFile(path, attributes, 0, code);
+FileResult<FileHandle> FileManager::open(const std::string& path, bool empties, const FileAttributes& attributes,
+                                         bool& existed) {
+    constexpr std::string_view couldNot = "couldn’t be opened for writing";
+    existed = false;
+    if (!canNameFile(path)) {
+        return FileError::make(EINVAL, path, couldNot);
+    }
+    std::string copyOfPath = path;  // while there is no descriptor to lose for want of memory
+    const std::optional<long long> permissions = permissionsIn(attributes);
+    const auto openWith = [&](int flags) {
+        constexpr int common = O_WRONLY | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+        return retrying([&] { return ::open(path.c_str(), common | flags, modeOf(permissions)); });
+    };
+    Descriptor file(openWith(O_CREAT | O_EXCL));
+    if (!file && errno == EEXIST) {
+        file = Descriptor(openWith(empties ? O_TRUNC : 0));
+        existed = file || errno != ENOENT;
+        if (!existed) {
+            file = Descriptor(openWith(O_CREAT));  // a link that leads nowhere, or somebody has just removed it
+        }
+    }
+    if (!file) {
+        const int code = errno;
+        existed = fileExists(path);
+        return FileError::make(code, path, couldNot);
+    }
+    if (!existed || empties) {
+        setAttributes(file.get(), attributes, permissions);
+    }
+    return FileHandle::adopt(std::move(file), std::move(copyOfPath));
 }
 
 FileResult<void> FileManager::createFolder(const std::string& path, bool withIntermediates) {
@@ -251,6 +284,7 @@ FileResult<void> FileManager::remove(const std::string& path) {
     }
     std::error_code error;
     if (S_ISDIR(status.st_mode)) {
+        const StandardStreamsInUse inUse;
         std::filesystem::remove_all(name, error);
     } else if (::unlink(name.c_str()) != 0) {
         error.assign(errno, std::generic_category());

@@ -11,6 +11,7 @@
 
 namespace velora {
 
+class FileHandle;
 class URL;
 
 /// Attributes of a file: values by the names in FileAttributeKey. Other names may be there and mean nothing here.
@@ -55,9 +56,12 @@ public:
     /// number (`errno`) if the file could not be made or emptied, else 0.
     static bool createFile(const std::string& path, const FileAttributes& attributes = {}, int* code = nullptr);
 
-    /// The same for a file of which the caller thinks that there is none: one that is there all the same, because
-    /// another process has just made it or because asking failed, keeps its bytes.
-    static bool createMissingFile(const std::string& path, const FileAttributes& attributes = {}, int* code = nullptr);
+    /// Opens the file at `path` for writing at its end, and makes it, as `createFile`, if there is none: in one step,
+    /// so that no other process comes between. One that is there is emptied and given `attributes` if `empties` is set,
+    /// else left as it is. `existed` gets whether it was there. Fails as `FileHandle::openForWriting`, or if the file
+    /// cannot be made. FileHandle.h declares what is returned.
+    static FileResult<FileHandle> open(const std::string& path, bool empties, const FileAttributes& attributes,
+                                       bool& existed);
 
     /// Makes a folder with the permissions 0750 less the umask. With `withIntermediates` the missing folders
     /// above it are made alike, and it is no error if the folder is there already.
@@ -100,6 +104,13 @@ public:
     /// The home folder: `$HOME` if that is an absolute path, else what the user database says of the user;
     /// empty if there is none.
     static std::string homeFolder();
+
+    /// The folder for settings: `$XDG_CONFIG_HOME` if that is an absolute path, else `.config` in the home folder if
+    /// there is such a folder as that names (services may have none); else empty. Neither need exist.
+    static std::string configurationFolder();
+
+    /// `path` with a leading `~` or `~name` replaced by that user's home folder; unchanged if there is no such home.
+    static std::string expandingTilde(std::string_view path);
 };
 
 }  // namespace velora

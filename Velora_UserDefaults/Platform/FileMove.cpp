@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <memory>
 #include <string_view>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -116,11 +117,6 @@ int finishCopy(int from, int to, const struct stat& status) {
     return 0;
 }
 
-int copyFileInto(int from, const struct stat& status, int to) {
-    const int code = copyData(from, to);
-    return code != 0 ? code : finishCopy(from, to, status);
-}
-
 /// Brings the name of a new file to the disk. That some file systems cannot do that for folders is no failure.
 void synchronizeFolder(const std::string& path) {
     const Descriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -130,24 +126,23 @@ void synchronizeFolder(const std::string& path) {
 }
 
 int copyFile(const std::string& from, const std::string& to) {
-    const Descriptor source(::open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-    struct stat status {};
-    if (!source || ::fstat(source.get(), &status) != 0) {
-        return errno;
+    FileCopy copy;
+    const int code = copy.begin(from, to);
+    return code != 0 ? code : copy.finish();
+}
+
+/// Makes a file for a copy, and locks it.
+Descriptor makeTemporary(const std::string& to, std::string& path) {
+    for (;;) {
+        path = temporaryPattern(to);
+        Descriptor file(::mkostemp(path.data(), O_CLOEXEC));
+        struct stat status {};
+        // Another process may have taken it for an abandoned one before it was locked.
+        if (!file || ::flock(file.get(), LOCK_EX | LOCK_NB) != 0 || ::fstat(file.get(), &status) != 0 ||
+            status.st_nlink > 0) {
+            return file;
+        }
     }
-    std::string temporary = temporaryPattern(to);
-    const Descriptor target(::mkostemp(temporary.data(), O_CLOEXEC));
-    if (!target) {
-        return errno;
-    }
-    int code = copyFileInto(source.get(), status, target.get());
-    if (code == 0) {
-        code = renameWithoutReplacing(temporary, to);
-    }
-    if (code != 0) {
-        ::unlink(temporary.c_str());
-    }
-    return code;
 }
 
 int copyLink(const std::string& from, const std::string& to) {
@@ -169,6 +164,7 @@ int copyFolderInto(const std::string& from, const std::string& to) {
         return errno;
     }
     std::error_code error;
+    const StandardStreamsInUse inUse;
     for (std::filesystem::directory_iterator entry(from, error), end; !error && entry != end; entry.increment(error)) {
         const std::filesystem::path name = entry->path().filename();
         const std::string copy = std::filesystem::path(to) / name;
@@ -190,6 +186,7 @@ int copyFolder(const std::string& from, const std::string& to) {
     }
     if (code != 0) {
         std::error_code ignored;
+        const StandardStreamsInUse inUse;
         std::filesystem::remove_all(temporary, ignored);
     }
     return code;
@@ -245,6 +242,61 @@ int renameWithoutReplacing(const std::string& from, const std::string& to) {
     const int code = linkAndUnlink(from, to);
     const bool cannotLink = code == EPERM || code == ENOTSUP || code == ENOSYS || code == EMLINK;
     return cannotLink ? checkAndRename(from, to) : code;
+}
+
+int FileCopy::begin(const std::string& from, const std::string& to) {
+    removeAbandonedCopies(folderOf(to));
+    source_ = Descriptor(::open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    if (!source_) {
+        return errno;
+    }
+    target_ = makeTemporary(to, temporary_);
+    if (!target_) {
+        return errno;
+    }
+    to_ = to;
+    const int code = copyData(source_.get(), target_.get());
+    return code != 0 ? code : ::fdatasync(target_.get()) == 0 ? 0 : errno;
+}
+
+int FileCopy::finish() {
+    struct stat status {};
+    int code = copyData(source_.get(), target_.get());
+    if (code == 0) {
+        code = ::fstat(source_.get(), &status) == 0 ? finishCopy(source_.get(), target_.get(), status) : errno;
+    }
+    if (code == 0) {
+        code = renameWithoutReplacing(temporary_, to_);
+    }
+    if (code == 0) {
+        to_.clear();
+    }
+    return code;
+}
+
+FileCopy::~FileCopy() {
+    if (!to_.empty()) {
+        ::unlink(temporary_.c_str());
+    }
+}
+
+void removeAbandonedCopies(const std::string& folder) {
+    std::error_code error;
+    const StandardStreamsInUse inUse;
+    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        const std::string& path = entry->path().native();
+        if (entry->path().filename().native().size() != std::string_view(".moving-XXXXXX").size() ||
+            !entry->path().filename().native().starts_with(".moving-")) {
+            continue;
+        }
+        const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+        struct stat status {};
+        if (file && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == ::geteuid() &&
+            ::flock(file.get(), LOCK_EX | LOCK_NB) == 0) {
+            ::unlink(path.c_str());
+        }
+    }
 }
 
 int copyWithoutReplacing(const std::string& from, const std::string& to) {

@@ -5,6 +5,9 @@
 /// These functions return 0 or the system's error number.
 
 #include <string>
+#include <sys/types.h>
+
+#include <Velora_UserDefaults/Platform/Descriptor.h>
 
 namespace velora {
 
@@ -17,5 +20,30 @@ int renameWithoutReplacing(const std::string& from, const std::string& to);
 /// modification date and user extended attributes (where there are any). `to` appears when all of it is on the disk,
 /// and not at all on failure. ENOTSUP for pipes, sockets and devices.
 int copyWithoutReplacing(const std::string& from, const std::string& to);
+
+/// A copy of a file that others may still append to: with a hidden name beside `to` at first, which a lock marks as in
+/// use and which goes with this object, and under its own when it is finished.
+class FileCopy {
+public:
+    FileCopy() = default;
+    FileCopy(const FileCopy&) = delete;
+    FileCopy& operator=(const FileCopy&) = delete;
+    ~FileCopy();
+
+    /// Copies what the file at `from` has now. Partial copies beside `to` that no process holds any more are removed.
+    int begin(const std::string& from, const std::string& to);
+    /// Copies what was appended since, all attributes, and gives the copy its name, when all of it is durable. Fails
+    /// with EEXIST rather than replace anything.
+    int finish();
+
+private:
+    Descriptor source_;
+    Descriptor target_;
+    std::string to_;
+    std::string temporary_;
+};
+
+/// Removes from `folder` the partial copies of files that a process has left there which was killed.
+void removeAbandonedCopies(const std::string& folder);
 
 }  // namespace velora

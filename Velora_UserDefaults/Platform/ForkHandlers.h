@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 
 namespace velora {
 
@@ -50,6 +51,15 @@ private:
     void* context_;
     ForkHandler* previous_ = nullptr;
     ForkHandler* next_ = nullptr;
+};
+
+/// A mutex that a forking thread holds while it forks: so it is free in the child, and what it guards is whole. Must be
+/// a leaf: nothing that takes another mutex, or waits, is called while it is held.
+class ForkSafeMutex : public std::mutex {
+    static void take(void* mutex) { static_cast<ForkSafeMutex*>(mutex)->lock(); }
+    static void release(void* mutex) { static_cast<ForkSafeMutex*>(mutex)->unlock(); }
+
+    ForkHandler handler_{{.beforeFork = take, .inParent = release, .inChild = release}, this};
 };
 
 /// A ForkHandler with nothing to do but in the child.

@@ -3,6 +3,7 @@
 #include <string>
 #include <syslog.h>
 
+#include <Velora_UserDefaults/Platform/Descriptor.h>
 #include <Velora_UserDefaults/Platform/ForkHandlers.h>
 #include <Velora_UserDefaults/Platform/SystemLog.h>
 
@@ -31,6 +32,7 @@ void sendEntry(std::string_view entry) {
         *new ForkHandler({.beforeFork = takeLock, .inParent = releaseLock, .inChild = releaseLock}, nullptr);
     static_cast<void>(atFork);
     const std::scoped_lock locked(syslogLock);
+    const StandardStreamsInUse inUse;  // it opens the log's socket and keeps it
     ::syslog(LOG_USER | LOG_NOTICE, "%.*s", static_cast<int>(entry.size()), entry.data());
 }
 

@@ -164,11 +164,13 @@ std::string_view lastPathComponent(std::string_view path) {
     if (last == std::string_view::npos) {
         return path.substr(0, 1);
     }
-    const std::string_view trimmed = path.substr(0, last + 1);
-    const void* const slash = ::memrchr(trimmed.data(), '/', trimmed.size());
-    return slash == nullptr
-               ? trimmed
-               : trimmed.substr(static_cast<std::size_t>(static_cast<const char*>(slash) - trimmed.data()) + 1);
+    return textAfterLastSlash(path.substr(0, last + 1));
+}
+
+std::string_view textAfterLastSlash(std::string_view path) {
+    const void* const slash = path.empty() ? nullptr : ::memrchr(path.data(), '/', path.size());
+    return slash == nullptr ? path
+                            : path.substr(static_cast<std::size_t>(static_cast<const char*>(slash) - path.data()) + 1);
 }
 
 std::string_view pathExtension(std::string_view pathOrName) {

@@ -16,6 +16,10 @@ namespace velora {
 /// A path of nothing but slashes gives "/", an empty one stays empty. Never allocates.
 std::string_view lastPathComponent(std::string_view path);
 
+/// Everything after the last slash of `path`, all of it where there is none: "/x/y" gives "y", "/x/y/" nothing.
+/// Never allocates.
+std::string_view textAfterLastSlash(std::string_view path);
+
 /// The text after the last "." of the last component of `pathOrName`: "/x/a.b.log" gives "log".
 /// Empty if there is no ".", if the only "." leads the name (".log") or if the name ends in one
 /// ("a."). Whatever follows the dot is the extension, spaces included: "a.b c" gives "b c".

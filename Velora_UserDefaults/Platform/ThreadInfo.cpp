@@ -8,6 +8,7 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include <Velora_UserDefaults/Platform/Descriptor.h>
 #include <Velora_UserDefaults/Platform/ForkHandlers.h>
 #include <Velora_UserDefaults/Platform/ThreadInfo.h>
 
@@ -43,11 +44,8 @@ KernelName currentKernelName() {
 /// The main thread's name, which is what the kernel shows as the process's.
 KernelName mainThreadKernelName() {
     std::array<char, 64> text{};
-    const int file = ::open("/proc/self/comm", O_RDONLY | O_CLOEXEC);
-    const ssize_t length = file < 0 ? -1 : ::read(file, text.data(), text.size());
-    if (file >= 0) {
-        ::close(file);
-    }
+    const Descriptor file(::open("/proc/self/comm", O_RDONLY | O_CLOEXEC));
+    const ssize_t length = file ? ::read(file.get(), text.data(), text.size()) : -1;
     if (length <= 0) {
         return kernelNameFrom(program_invocation_short_name);
     }
@@ -160,6 +158,13 @@ void setCurrentThreadName(std::string_view name) {
     ownName.kernelName = kernelName;
     ownName.isNamed = !name.empty();
     ownName.isKnown = true;
+}
+
+void nameThreadOfQueue(std::string_view label) {
+    ownName.kernelName = kernelNameFrom(label);
+    ownName.isNamed = false;
+    ownName.isKnown = true;
+    ::prctl(PR_SET_NAME, ownName.kernelName.data());
 }
 
 std::string currentThreadIdentifierText() {

@@ -37,6 +37,10 @@ VELORA_EXPORT bool appendCurrentThreadName(std::string& text);
 /// also that of the process in `ps`. An empty name takes the thread's name away: the kernel's is then the program's.
 VELORA_EXPORT void setCurrentThreadName(std::string_view name);
 
+/// Gives the calling thread, which a queue has just started, as much of the queue's `label` for the kernel's name as
+/// that takes: no name of its own. Internal.
+void nameThreadOfQueue(std::string_view label);
+
 /// The calling thread's address as text, as `printf` prints the value of `pthread_self()` by %p:
 /// "0x7f3a1c9e5740". Stays the same in the child for the thread that forks.
 VELORA_EXPORT std::string currentThreadIdentifierText();

@@ -99,6 +99,9 @@ public:
         }
     }
 
+    /// Whether the text lives as long as the process, or is empty.
+    bool isStatic() const noexcept { return owned_.empty(); }
+
     /// The text; the view is valid until this is changed.
     std::string_view view() const noexcept { return owned_.empty() ? referred_ : std::string_view(owned_); }
     operator std::string_view() const noexcept { return view(); }  // NOLINT(google-explicit-constructor)

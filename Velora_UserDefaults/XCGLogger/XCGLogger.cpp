@@ -12,53 +12,85 @@
 #include <Velora_UserDefaults/Platform/ProcessInfo.h>
 #include <Velora_UserDefaults/Platform/Reused.h>
 #include <Velora_UserDefaults/Platform/TypeName.h>
-#include <Velora_UserDefaults/XCGLogger/Destinations/BaseDestination.h>
-#include <Velora_UserDefaults/XCGLogger/Destinations/BaseQueuedDestination.h>
 #include <Velora_UserDefaults/XCGLogger/EngineGuard.h>
 #include <Velora_UserDefaults/XCGLogger/InternalUserInfo.h>
-#include <Velora_UserDefaults/XCGLogger/LogCallScope.h>
 #include <Velora_UserDefaults/XCGLogger/XCGLogger.h>
 
 namespace velora {
 
 namespace {
 
-/// A record of the running log call, kept for the thread's next one so that its text need not be
-/// allocated anew each time.
-template <typename Purpose>
-class KeptRecord {
+/// A log call on its thread, and the memory that it uses, which is kept for the thread's next call.
+///
+/// A message closure, a filter or a rotation's completion may remove a destination to which the running
+/// call is still going to deliver. Such a destination is kept alive until the outermost call of the
+/// thread ends, which spares every call from holding a reference to each destination.
+class LogCall {
 public:
-    KeptRecord() = default;
-    KeptRecord(const KeptRecord&) = delete;
-    KeptRecord& operator=(const KeptRecord&) = delete;
-    ~KeptRecord() {
-        // What the host put in must not outlive the call, nor must the memory of an unusually long text.
-        constexpr std::size_t keptCapacity = 16'384;
-        if (!kept_->record.userInfo.empty()) {
-            kept_->record.userInfo.clear();
-        }
-        if (kept_->record.message.capacity() > keptCapacity) {
-            std::string().swap(kept_->record.message);
+    LogCall() noexcept { ++depth_; }
+    LogCall(const LogCall&) = delete;
+    LogCall& operator=(const LogCall&) = delete;
+    ~LogCall() {
+        if (--depth_ == 0 && removed_ != nullptr) [[unlikely]] {
+            delete std::exchange(removed_, nullptr);  // cleared first: the destinations' destructors may log
         }
     }
 
-    LogDetails& operator*() const noexcept { return kept_->record; }
-    LogDetails* operator->() const noexcept { return &kept_->record; }
-    /// A list for whatever the call needs one for, with anything in it.
-    std::vector<DestinationProtocol*>& destinations() const noexcept { return kept_->destinations; }
+    /// Keeps `destination` until the thread's log calls have ended; does nothing outside of one.
+    static void keepUntilCallEnds(const std::shared_ptr<DestinationProtocol>& destination) {
+        if (depth_ > 0) {
+            removed_ = removed_ != nullptr ? removed_ : new std::vector<std::shared_ptr<DestinationProtocol>>;
+            removed_->push_back(destination);
+        }
+    }
+
+private:
+    __attribute__((tls_model("initial-exec"))) static inline thread_local constinit int depth_ = 0;
+    __attribute__((tls_model(
+        "initial-exec"))) static inline thread_local constinit std::vector<std::shared_ptr<DestinationProtocol>>*
+        removed_ = nullptr;
+};
+
+/// The records of the running log call, kept for the thread's next one so that their texts need not be
+/// allocated anew each time.
+class CallRecords {
+public:
+    CallRecords() = default;
+    CallRecords(const CallRecords&) = delete;
+    CallRecords& operator=(const CallRecords&) = delete;
+    ~CallRecords() {
+        forgetWhatIsTheHosts(kept_->record);
+        if (!kept_->others.empty()) {
+            forgetWhatIsTheHosts(kept_->copy);
+        }
+    }
+
+    LogDetails& record() const noexcept { return kept_->record; }
+    /// The copy that all accepting destinations but the last one get, one after the other.
+    LogDetails& copy() const noexcept { return kept_->copy; }
+    /// Those destinations.
+    std::vector<DestinationProtocol*>& others() const noexcept { return kept_->others; }
 
 private:
     struct Kept {
         LogDetails record;
-        std::vector<DestinationProtocol*> destinations;
+        LogDetails copy;
+        std::vector<DestinationProtocol*> others;
     };
+
+    /// What the host put in must not outlive the call, nor must the memory of an unusually long text.
+    static void forgetWhatIsTheHosts(LogDetails& record) noexcept {
+        constexpr std::size_t keptCapacity = 16'384;
+        if (!record.userInfo.empty()) {
+            record.userInfo.clear();
+        }
+        if (record.message.capacity() > keptCapacity) {
+            std::string().swap(record.message);
+        }
+    }
 
     Reused<Kept> kept_;
 };
-
-using CallRecord = KeptRecord<struct OfTheCall>;
-/// The copy that all accepting destinations but the last one get, one after the other.
-using RecordCopy = KeptRecord<struct ForOneDestination>;
 
 /// What a destination answers that throws instead of telling whether it accepts a call: no. Apart from
 /// `isAccepted` so that that is inlined where every call passes.
@@ -113,18 +145,13 @@ XCGLogger::XCGLogger(Making key, std::string identifier, bool includeDefaultDest
 
 XCGLogger::~XCGLogger() {
     for (const auto& destination : destinations_) {
-        letGo(*destination);
+        stopObserving(*destination);
     }
 }
 
-/// Ends what this logger does for a destination in its list.
-void XCGLogger::letGo(DestinationProtocol& destination) {
-    if (auto* const known = dynamic_cast<BaseDestination*>(&destination);
-        known != nullptr && known->observer_ == this) {
-        known->observer_ = nullptr;
-        if (auto* const queued = dynamic_cast<BaseQueuedDestination*>(known)) {
-            queued->outliveQueuedLines();
-        }
+void XCGLogger::stopObserving(DestinationProtocol& destination) noexcept {
+    if (DestinationThreshold* const threshold = destination.knownThreshold()) {
+        threshold->stopObserving(*this);
     }
 }
 
@@ -133,12 +160,10 @@ void XCGLogger::letGo(DestinationProtocol& destination) {
 void XCGLogger::learnRecipients() {
     recipients_.clear();
     for (const auto& destination : destinations_) {
-        const auto* known = dynamic_cast<const BaseDestination*>(destination.get());
-        if (known != nullptr && known->observer_ == nullptr) {
-            known->observer_ = this;
-        }
-        const bool tellsItsThreshold = known != nullptr && known->inheritsThreshold_ && known->observer_ == this;
-        recipients_.push_back({destination.get(), tellsItsThreshold ? known : nullptr});
+        DestinationThreshold* const threshold = destination->knownThreshold();
+        const auto changed = [](XCGLogger& logger) { logger.learnThresholds(); };
+        const bool isTold = threshold != nullptr && threshold->observe(*this, changed);
+        recipients_.push_back({destination.get(), isTold ? threshold : nullptr});
     }
     learnThresholds();
 }
@@ -155,9 +180,11 @@ void XCGLogger::learnThresholds() noexcept {
 }
 
 std::int64_t XCGLogger::lowestThreshold() const noexcept {
-    std::int64_t lowest = inheritsLogln_ ? rawValue(Level::none) + 1 : 0;
+    std::int64_t lowest = overridesNothing_ ? rawValue(Level::none) + 1 : 0;
     for (const Recipient& recipient : recipients_) {
-        lowest = std::min(lowest, recipient.known == nullptr ? 0 : rawValue(recipient.known->outputLevel_.load()));
+        lowest = std::min(lowest, recipient.threshold == nullptr
+                                      ? 0
+                                      : rawValue(recipient.threshold->level(std::memory_order_seq_cst)));
     }
     return lowest;
 }
@@ -190,10 +217,6 @@ void XCGLogger::setOutputLevel(Level level) {
 }
 
 const std::shared_ptr<const DateFormatter>& XCGLogger::dateFormatter() const {
-    return knownDateFormatter();
-}
-
-const std::shared_ptr<const DateFormatter>& XCGLogger::knownDateFormatter() const {
     if (customDateFormatter_) {
         return customDateFormatter_;
     }
@@ -237,9 +260,9 @@ bool XCGLogger::remove(const std::shared_ptr<DestinationProtocol>& destination) 
     const std::shared_ptr<XCGLogger> self = shared_from_this();
     registered->setOwner(nullptr);
     std::erase(destinations_, registered);
-    letGo(*registered);
+    stopObserving(*registered);
     learnRecipients();
-    LogCallScope::keepUntilCallEnds(registered);
+    LogCall::keepUntilCallEnds(registered);
     return true;
 }
 
@@ -253,8 +276,8 @@ bool XCGLogger::isEnabledFor(Level level) const {
 }
 
 bool XCGLogger::accepts(const Recipient& recipient, Level level) {
-    return recipient.known != nullptr ? recipient.known->outputLevel_.load(std::memory_order_relaxed) <= level
-                                      : isAccepted(*recipient.destination, level);
+    return recipient.threshold != nullptr ? recipient.threshold->level() <= level
+                                          : isAccepted(*recipient.destination, level);
 }
 
 // After the system call of a write a processor has forgotten where functions return to: on the way of a line each
@@ -262,11 +285,11 @@ bool XCGLogger::accepts(const Recipient& recipient, Level level) {
 [[gnu::always_inline]] inline void XCGLogger::logAccepted(std::size_t firstAccepting, Level level,
                                                           const SourceLocation& place, UserInfoReference userInfo,
                                                           MessageReference message) {
-    const LogCallScope scope;
+    const LogCall call;
     // Asked before the message is rendered: its closure may change the list.
     DestinationProtocol* last = recipients_[firstAccepting].destination;
-    const CallRecord record;
-    std::vector<DestinationProtocol*>& others = record.destinations();
+    const CallRecords records;
+    std::vector<DestinationProtocol*>& others = records.others();
     others.clear();
     for (std::size_t index = firstAccepting + 1; index < recipients_.size(); ++index) {
         if (accepts(recipients_[index], level)) {
@@ -274,29 +297,26 @@ bool XCGLogger::accepts(const Recipient& recipient, Level level) {
         }
     }
 
-    record->message.clear();
-    if (!message.render(record->message)) {
+    LogDetails& record = records.record();
+    record.message.clear();
+    if (!message.render(record.message)) {
         return;
     }
-    record->level = level;
-    record->date = currentDate();
-    LogCallScope::setDate(record->date);
-    record->functionName.assign(place.functionName, place.isStatic);
-    record->fileName.assign(place.fileName, place.isStatic);
-    record->lineNumber = place.lineNumber;
-    const UserInfo& resolved = userInfo.resolve(record->userInfo);
-    if (&resolved != &record->userInfo) {
-        record->userInfo = resolved;
+    record.level = level;
+    record.date = currentDate();
+    record.functionName.assign(place.functionName, place.isStatic);
+    record.fileName.assign(place.fileName, place.isStatic);
+    record.lineNumber = place.lineNumber;
+    const UserInfo& resolved = userInfo.resolve(record.userInfo);
+    if (&resolved != &record.userInfo) {
+        record.userInfo = resolved;
     }
 
-    if (!others.empty()) {
-        const RecordCopy copy;
-        for (DestinationProtocol* const destination : others) {
-            *copy = *record;
-            reportingExceptions([&] { destination->process(*copy); });
-        }
+    for (DestinationProtocol* const destination : others) {
+        records.copy() = record;
+        reportingExceptions([&] { destination->process(records.copy()); });
     }
-    last->process(*record);
+    last->process(record);
 }
 
 void XCGLogger::logln(Level level, const SourceLocation& place, UserInfoReference userInfo, MessageReference message) {
@@ -310,7 +330,7 @@ void XCGLogger::logln(Level level, const SourceLocation& place, UserInfoReferenc
 }
 
 void XCGLogger::logAppDetails(DestinationProtocol* selectedDestination) {
-    const LogCallScope scope;
+    const LogCall call;
     const Date date = currentDate();
     const std::array<LogDetails, 2> records = {
         internalRecord(appDetailsText(), Level::info, date),
@@ -340,7 +360,7 @@ void XCGLogger::logAppDetails(DestinationProtocol* selectedDestination) {
 }
 
 void XCGLogger::_logln(std::string_view message, Level level, const DestinationProtocol* source) {
-    const LogCallScope scope;
+    const LogCall call;
     const LogDetails record = internalRecord(message, level, currentDate());
     const std::vector<std::shared_ptr<DestinationProtocol>> present = destinations_;
     for (const auto& destination : present) {

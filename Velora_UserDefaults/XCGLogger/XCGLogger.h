@@ -24,7 +24,6 @@
 
 namespace velora {
 
-class BaseDestination;
 class DateFormatter;
 class DispatchQueue;
 class XCGLogger;
@@ -180,20 +179,11 @@ public:
     /// The logger's class, identifier and destinations. Its lines end in carriage returns.
     virtual std::string debugDescription() const;
 
-    /// Notes which operations `Class` overrides. Called by `make`.
+    /// Notes whether `Class` overrides the one operation that every call would have to go through. Called by `make`.
     template <typename Class>
     void learnClass(Making /*key*/) noexcept {
-        inheritsLogln_ = requires {
+        overridesNothing_ = requires {
             requires std::same_as<decltype(classOfLogln(&Class::logln)), std::type_identity<XCGLogger>>;
-        };
-        inheritsLayout_ = requires {
-            requires std::same_as<decltype(&Class::identifier), decltype(&XCGLogger::identifier)>;
-            requires std::same_as<decltype(&Class::levelDescriptions), decltype(&XCGLogger::levelDescriptions)>;
-            requires std::same_as<decltype(&Class::dateFormatter), decltype(&XCGLogger::dateFormatter)>;
-        };
-        inheritsProcessing_ = requires {
-            requires std::same_as<decltype(&Class::filters), decltype(&XCGLogger::filters)>;
-            requires std::same_as<decltype(&Class::formatters), decltype(&XCGLogger::formatters)>;
         };
         learnThresholds();
     }
@@ -204,13 +194,10 @@ protected:
     virtual void addDefaultDestinations();
 
 private:
-    friend class BaseDestination;
-    friend class BaseQueuedDestination;
-
-    /// A destination, and the same one if its threshold can be read without asking it.
+    /// A destination, and its threshold if that can be read without asking it.
     struct Recipient {
         DestinationProtocol* destination;
-        const BaseDestination* known;
+        const DestinationThreshold* threshold;
     };
 
     template <typename Class>
@@ -219,16 +206,13 @@ private:
     static bool accepts(const Recipient& recipient, Level level);
     void logAccepted(std::size_t firstAccepting, Level level, const SourceLocation& place, UserInfoReference userInfo,
                      MessageReference message);
-    void letGo(DestinationProtocol& destination);
+    void stopObserving(DestinationProtocol& destination) noexcept;
     void learnRecipients();
     void learnThresholds() noexcept;
     std::int64_t lowestThreshold() const noexcept;
-    const std::shared_ptr<const DateFormatter>& knownDateFormatter() const;
 
     std::atomic<std::int64_t> lowestAccepted_{0};
-    bool inheritsLogln_ = false;
-    bool inheritsLayout_ = false;
-    bool inheritsProcessing_ = false;
+    bool overridesNothing_ = false;
     std::vector<Recipient> recipients_;
     std::string identifier_;
     std::atomic<Level> outputLevel_ = Level::debug;

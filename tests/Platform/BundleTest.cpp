@@ -56,12 +56,6 @@ TEST(Bundle, ForgetsAValueThatIsTakenAway) {
     EXPECT_EQ(bundle.infoText("key"), std::nullopt);
 }
 
-TEST(Bundle, KeepsTheVersionsUnderTheirKeys) {
-    Bundle::main().setVersion("2.4.1", "5810");
-    EXPECT_EQ(Bundle::main().infoText("CFBundleShortVersionString"), "2.4.1");
-    EXPECT_EQ(Bundle::main().infoText("CFBundleVersion"), "5810");
-}
-
 TEST(Bundle, MayBeFilledAndReadBySeveralThreads) {
     Bundle bundle;
     std::vector<std::thread> threads;

@@ -59,7 +59,6 @@ TEST_F(DispatchQueueInForkedChild, StartsAThreadOfItsOwn) {
 TEST_F(DispatchQueueInForkedChild, LeavesTheParentsPendingWorkAlone) {
     const auto queue = DispatchQueue::make("forked");
     std::vector<int> ran;
-    CountingBatchEnd end;
     queue->sync([&] { ran.reserve(10); });
     Barrier barrier(*queue);
     queue->async([&] { ran.push_back(1); });
@@ -77,47 +76,6 @@ TEST_F(DispatchQueueInForkedChild, LeavesTheParentsPendingWorkAlone) {
     barrier.open();
     queue->drain();
     EXPECT_THAT(ran, testing::ElementsAre(1, 2));
-}
-
-TEST_F(DispatchQueueInForkedChild, FindsRoomInAQueueThatIsFullInTheParent) {
-    const auto queue = DispatchQueue::make("forked", 2);
-    Barrier barrier(*queue);
-    queue->async([] {});
-    EXPECT_EQ(statusOfChild([&] {
-                  int ran = 0;
-                  for (int number = 0; number < 100; ++number) {
-                      queue->async([&] { ++ran; });
-                  }
-                  queue->drain();
-                  return ran == 100 ? 0 : 1;
-              }),
-              0);
-    barrier.open();
-}
-
-TEST_F(DispatchQueueInForkedChild, DropsTheParentsOpenBatch) {
-    const auto queue = DispatchQueue::make("forked");
-    CountingBatchEnd end;
-    std::binary_semaphore registered{0};
-    std::binary_semaphore forked{0};
-    queue->async([&] {
-        DispatchQueue::atEndOfBatch(end);
-        registered.release();
-        forked.acquire();
-    });
-    registered.acquire();
-    EXPECT_EQ(statusOfChild([&] {
-                  queue->sync([] {});
-                  if (end.count != 0) {
-                      return 1;
-                  }
-                  queue->sync([&] { DispatchQueue::atEndOfBatch(end); });
-                  return end.count == 1 ? 0 : 2;
-              }),
-              0);
-    forked.release();
-    queue->drain();
-    EXPECT_EQ(end.count, 1);
 }
 
 TEST_F(DispatchQueueInForkedChild, WorksThoughOtherThreadsHandedOverWhileForking) {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <semaphore>
 
 #include <Velora_UserDefaults/Platform/DispatchQueue.h>
@@ -22,12 +21,6 @@ public:
 private:
     std::binary_semaphore reached_{0};
     std::binary_semaphore opened_{0};
-};
-
-class CountingBatchEnd final : public DispatchQueue::BatchEnd {
-public:
-    void batchEnded() noexcept override { ++count; }
-    std::atomic<int> count = 0;
 };
 
 }  // namespace velora::test

@@ -8,6 +8,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include <Velora_UserDefaults/Platform/FileHandle.h>
 #include <Velora_UserDefaults/Platform/FileManager.h>
 
 #include "Platform/FileManagerTestSupport.h"
@@ -144,15 +145,36 @@ TEST_F(FileManagerTest, CannotMakeFilesWhereNoneCanBe) {
     EXPECT_FALSE(FileManager::createFile(folder_ / "pipe")) << "and nothing waits for a reader";
 }
 
-TEST_F(FileManagerTest, MakesAMissingFileAndKeepsTheBytesOfOneThatIsThere) {
-    EXPECT_TRUE(FileManager::createMissingFile(file_, {{FileAttributeKey::posixPermissions, 0600}}));
-    EXPECT_EQ(std::any_cast<int>((*FileManager::attributesOf(file_))[FileAttributeKey::posixPermissions]), 0600);
-    writeFile(file_, "bytes");
-    EXPECT_TRUE(FileManager::createMissingFile(file_));
-    EXPECT_EQ(readFile(file_), "bytes");
-    int code = 0;
-    EXPECT_FALSE(FileManager::createMissingFile(folder_ / "missing/app.log", {}, &code));
-    EXPECT_EQ(code, ENOENT);
+TEST_F(FileManagerTest, OpensAFileAndMakesItInOneStep) {
+    bool existed = true;
+    auto made = FileManager::open(file_, /*empties=*/true, {{FileAttributeKey::posixPermissions, 0600}}, existed);
+    ASSERT_TRUE(made);
+    EXPECT_FALSE(existed);
+    ASSERT_TRUE(made->write("one\n"));
+    auto kept = FileManager::open(file_, /*empties=*/false, {{FileAttributeKey::posixPermissions, 0644}}, existed);
+    ASSERT_TRUE(kept);
+    EXPECT_TRUE(existed);
+    ASSERT_TRUE(kept->write("two\n"));
+    EXPECT_EQ(test::readFile(file_), "one\ntwo\n");
+    struct stat status {};
+    ASSERT_EQ(::stat(file_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777U, 0600U);
+    ASSERT_TRUE(FileManager::open(file_, /*empties=*/true, {{FileAttributeKey::posixPermissions, 0644}}, existed));
+    EXPECT_TRUE(existed);
+    ASSERT_EQ(::stat(file_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777U, 0644U);
+    EXPECT_EQ(status.st_size, 0);
+}
+
+TEST_F(FileManagerTest, OpensTheFileThatALinkWillLeadTo) {
+    std::filesystem::create_symlink(folder_ / "target", file_);
+    bool existed = true;
+    EXPECT_TRUE(FileManager::open(file_, /*empties=*/false, {}, existed));
+    EXPECT_FALSE(existed);
+    EXPECT_TRUE(std::filesystem::exists(folder_ / "target"));
+    const auto missing = FileManager::open(folder_ / "missing/app.log", /*empties=*/false, {}, existed);
+    ASSERT_FALSE(missing);
+    EXPECT_EQ(missing.error().code, ENOENT);
 }
 
 TEST_F(FileManagerTest, MakesAFolderLessTheUmask) {

@@ -2,10 +2,12 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <string>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 #include <vector>
 
 #include <Velora_UserDefaults/Platform/FileMove.h>
@@ -187,6 +189,46 @@ TEST(CopyWithoutReplacing, CopiesLinksAsLinksAndNothingThatIsNoFile) {
     EXPECT_EQ(copyWithoutReplacing(folder / "pipe", folder / "other"), ENOTSUP);
     EXPECT_EQ(copyWithoutReplacing(folder / "missing", folder / "other"), ENOENT);
     EXPECT_FALSE(std::filesystem::exists(folder / "other"));
+}
+
+TEST(FileCopy, TakesWhatIsAppendedUntilItIsFinished) {
+    const TemporaryFolder folder;
+    writeFile(folder / "from", "one\n");
+    FileCopy copy;
+    ASSERT_EQ(copy.begin(folder / "from", folder / "to"), 0);
+    EXPECT_FALSE(std::filesystem::exists(folder / "to"));
+    writeFile(folder / "from", "one\ntwo\n");
+    ASSERT_EQ(copy.finish(), 0);
+    EXPECT_EQ(readFile(folder / "to"), "one\ntwo\n");
+}
+
+TEST(FileCopy, LeavesNothingIfItIsNotFinished) {
+    const TemporaryFolder folder;
+    writeFile(folder / "from", "one\n");
+    {
+        FileCopy copy;
+        ASSERT_EQ(copy.begin(folder / "from", folder / "to"), 0);
+    }
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 1);
+}
+
+TEST(FileCopy, OfAProcessThatWasKilledIsRemovedByTheNextOneButNotWhileItIsInUse) {
+    const TemporaryFolder folder;
+    const auto copies = [&] { return std::distance(std::filesystem::directory_iterator(folder.path()), {}) - 1; };
+    writeFile(folder / "from", "one\n");
+    ASSERT_EQ(resultOfForkedChild([&] {
+                  FileCopy copy;
+                  copy.begin(folder / "from", folder / "to");
+                  ::_exit(0);  // as one that is killed: nothing is cleaned up
+                  return 1;
+              }),
+              0);
+    ASSERT_EQ(copies(), 1);
+    FileCopy copy;
+    ASSERT_EQ(copy.begin(folder / "from", folder / "to"), 0);
+    EXPECT_EQ(copies(), 1) << "its own";
+    removeAbandonedCopies(folder.path());
+    EXPECT_EQ(copies(), 1) << "in use";
 }
 
 }  // namespace

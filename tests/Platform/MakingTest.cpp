@@ -73,19 +73,6 @@ static_assert(!std::is_constructible_v<DerivedThing> && !std::is_constructible_v
 static_assert(!std::is_copy_constructible_v<Thing> && !std::is_move_constructible_v<Thing>);
 static_assert(std::is_constructible_v<DerivedThing, Making, std::string>, "which inherits its constructors");
 
-TEST(Making, ConstructsAndThenRunsTheSecondStep) {
-    const auto thing = make<Thing>("a name");
-    EXPECT_EQ(thing->name(), "a name");
-    EXPECT_THAT(thing->steps, testing::ElementsAre("constructed", "finished", "base"));
-    thing->seenInSecondStep = nullptr;
-}
-
-TEST(Making, UsesDefaultArgumentsOfTheConstructor) {
-    const auto thing = make<Thing>();
-    EXPECT_EQ(thing->name(), "unnamed");
-    thing->seenInSecondStep = nullptr;
-}
-
 TEST(Making, ReachesOverridesAndTheSharedPointerInTheSecondStep) {
     const auto thing = make<DerivedThing>("derived");
     EXPECT_EQ(thing->name(), "derived");

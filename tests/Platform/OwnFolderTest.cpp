@@ -53,5 +53,46 @@ TEST(OwnFolder, IsNotAnotherUsers) {
     EXPECT_EQ(resultAsUser(anotherUser, [&] { return checkOwnFolder(shared / "log"); }), 0);
 }
 
+TEST(OwnFolder, IsMadeForItsOwnerAlone) {
+    const TemporaryFolder folder;
+    ASSERT_EQ(makeOwnFolder(folder / "a/b/c"), 0);
+    for (const char* name : {"a", "a/b", "a/b/c"}) {
+        EXPECT_EQ(std::filesystem::status(folder / name).permissions(), std::filesystem::perms(0700)) << name;
+    }
+    EXPECT_EQ(makeOwnFolder(folder / "a/b/c"), 0);
+    writeFile(folder / "file", "");
+    EXPECT_EQ(makeOwnFolder(folder / "file"), ENOTDIR);
+    EXPECT_EQ(makeOwnFolder(folder / "file/below"), ENOTDIR);
+}
+
+TEST(OwnFolder, BelongsToTheUserInWhoseFolderRootMakesIt) {
+    if (!canBecomeOtherUsers()) {
+        GTEST_SKIP() << "only the superuser can act as another user";
+    }
+    const SharedFolder shared;
+    const std::string home = shared.folderOf(someUser);
+    ASSERT_EQ(makeOwnFolder(home + "/.config/Some Application"), 0);
+    for (const char* name : {"/.config", "/.config/Some Application"}) {
+        struct stat status {};
+        ASSERT_EQ(::stat((home + name).c_str(), &status), 0);
+        EXPECT_EQ(status.st_uid, someUser) << name;
+        EXPECT_EQ(status.st_gid, someUser) << name;
+    }
+    ASSERT_EQ(makeOwnFolder(shared / "roots"), 0);
+    struct stat status {};
+    ASSERT_EQ(::stat((shared / "roots").c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, 0U) << "in a folder of root";
+}
+
+TEST(OwnFolder, IsFoundBehindLinks) {
+    const TemporaryFolder folder;
+    std::filesystem::create_symlink("b", folder / "a");
+    std::filesystem::create_symlink(folder / "c", folder / "b");
+    EXPECT_EQ(resolvedOwnPath(folder / "a"), folder / "c");
+    EXPECT_EQ(resolvedOwnPath(folder / "plain"), folder / "plain");
+    std::filesystem::create_symlink("loop", folder / "loop");
+    EXPECT_EQ(resolvedOwnPath(folder / "loop"), folder / "loop");
+}
+
 }  // namespace
 }  // namespace velora::test

@@ -9,11 +9,13 @@
 #include <Velora_UserDefaults/Platform/FileManager.h>
 #include <Velora_UserDefaults/Platform/URL.h>
 
+#include "support/EnvironmentVariable.h"
 #include "support/TemporaryFolder.h"
 
 namespace velora {
 namespace {
 
+using test::EnvironmentVariable;
 using test::TemporaryFolder;
 using test::writeFile;
 
@@ -25,13 +27,7 @@ std::string onlyURL(const std::vector<URL>& urls) {
 /// A user whose home is a temporary folder and who has set nothing else.
 class StandardFoldersTest : public testing::Test {
 protected:
-    StandardFoldersTest() {
-        for (const char* variable : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "TMPDIR"}) {
-            ::unsetenv(variable);
-        }
-        ::setenv("HOME", home_.c_str(), 1);
-        std::filesystem::create_directory(folder_ / ".config");
-    }
+    StandardFoldersTest() { std::filesystem::create_directory(folder_ / ".config"); }
 
     /// The downloads folder with `userDirs` in the file that configures it.
     std::string downloadsWith(const std::string& userDirs) {
@@ -42,6 +38,12 @@ protected:
     TemporaryFolder folder_;
     std::string home_ = folder_.path().string();
     std::string homeURL_ = "file://" + home_;
+
+private:
+    EnvironmentVariable homeVariable_{"HOME", home_.c_str()};
+    EnvironmentVariable dataVariable_{"XDG_DATA_HOME", nullptr};
+    EnvironmentVariable configurationVariable_{"XDG_CONFIG_HOME", nullptr};
+    EnvironmentVariable temporaryVariable_{"TMPDIR", nullptr};
 };
 
 TEST_F(StandardFoldersTest, KeepsApplicationDataInTheHomeFolder) {
@@ -59,6 +61,25 @@ TEST_F(StandardFoldersTest, TakesNoRelativePathForADataFolder) {
         ::setenv("XDG_DATA_HOME", path, 1);
         EXPECT_EQ(onlyURL(FileManager::applicationSupportFolders()), homeURL_ + "/.local/share/") << path;
     }
+}
+
+TEST_F(StandardFoldersTest, KeepsSettingsInTheHomeFolderIfThereIsOne) {
+    EXPECT_EQ(FileManager::configurationFolder(), home_ + "/.config");
+    ::setenv("XDG_CONFIG_HOME", "/some/where", 1);
+    EXPECT_EQ(FileManager::configurationFolder(), "/some/where");
+    ::setenv("XDG_CONFIG_HOME", "relative", 1);
+    EXPECT_EQ(FileManager::configurationFolder(), home_ + "/.config");
+    ::setenv("HOME", (home_ + "/missing").c_str(), 1);
+    EXPECT_EQ(FileManager::configurationFolder(), "") << "a home that is named but not there is not made";
+}
+
+TEST_F(StandardFoldersTest, ExpandsATilde) {
+    EXPECT_EQ(FileManager::expandingTilde("~"), home_);
+    EXPECT_EQ(FileManager::expandingTilde("~/a b"), home_ + "/a b");
+    EXPECT_EQ(FileManager::expandingTilde("~root/x"), "/root/x");
+    EXPECT_EQ(FileManager::expandingTilde("~no-such-user/x"), "~no-such-user/x");
+    EXPECT_EQ(FileManager::expandingTilde("/a/~/b"), "/a/~/b");
+    EXPECT_EQ(FileManager::expandingTilde(""), "");
 }
 
 TEST_F(StandardFoldersTest, AsksTheUserDatabaseWithoutAHomeInTheEnvironment) {

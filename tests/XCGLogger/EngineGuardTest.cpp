@@ -11,8 +11,6 @@
 namespace velora::test {
 namespace {
 
-struct OddException {};
-
 TEST(EngineGuard, PrintsAnExceptionAsOneLine) {
     EXPECT_EQ(printedBy([] { printException("disk full"); }), "Objective-C Exception occurred: disk full\n");
     EXPECT_EQ(printedBy([] { printException("100% {}\xff"); }), "Objective-C Exception occurred: 100% {}\xff\n");
@@ -40,9 +38,6 @@ TEST(EngineGuard, PrintsAtOnceAndInOrderWithWhatTheHostPrinted) {
 TEST(EngineGuard, PrintsWhatEscapesAndGoesOn) {
     EXPECT_EQ(printedBy([] { reportingExceptions([] { throw std::runtime_error("reason"); }); }),
               "Objective-C Exception occurred: reason\n");
-    EXPECT_EQ(printedBy([] { reportingExceptions([] { throw OddException(); }); }),
-              "Objective-C Exception occurred: velora::test::(anonymous namespace)::OddException\n");
-    EXPECT_EQ(printedBy([] { reportingExceptions([] { throw 7; }); }), "Objective-C Exception occurred: int\n");
 }
 
 TEST(EngineGuard, PrintsNothingWhenNothingIsThrown) {

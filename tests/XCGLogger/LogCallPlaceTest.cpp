@@ -7,7 +7,6 @@
 #include <vector>
 
 #include <Velora_UserDefaults/XCGLogger/LogCalls.h>
-#include <Velora_UserDefaults/XCGLogger/UserInfoTagging.h>
 
 namespace velora::test {
 namespace {
@@ -37,27 +36,6 @@ int logInATemplate(XCGLogger& log, const Value& value) {
     return __LINE__ - 1;
 }
 
-struct LogsInMembers {
-    explicit LogsInMembers(XCGLogger& logger) : log(logger) {}
-    int member() const {
-        log.info(Tag("net"), "text");
-        return __LINE__ - 1;
-    }
-    int operator+(int /*ignored*/) const {
-        log.info([] { return "text"; });
-        return __LINE__ - 1;
-    }
-    XCGLogger& log;
-};
-
-struct LogsWhenMade {
-    explicit LogsWhenMade(XCGLogger& log) {
-        log.info();
-        line = __LINE__ - 1;
-    }
-    int line;
-};
-
 TEST_F(LogCallPlace, IsTheFunction) {
     expectPlace("logInAFunction", logInAFunction(log_));
 }
@@ -67,26 +45,6 @@ TEST_F(LogCallPlace, IsTheTemplateAsTheCompilerNamesIt) {
     const std::string name = recorded_.recording->records().at(0).functionName.string();
     EXPECT_EQ(name.substr(0, name.find('<')), "logInATemplate");
     expectPlace(name, line);
-}
-
-TEST_F(LogCallPlace, IsTheMemberFunction) {
-    expectPlace("member", LogsInMembers(log_).member());
-}
-
-TEST_F(LogCallPlace, IsTheOperator) {
-    expectPlace("operator+", LogsInMembers(log_) + 1);
-}
-
-TEST_F(LogCallPlace, IsTheConstructor) {
-    expectPlace("LogsWhenMade", LogsWhenMade(log_).line);
-}
-
-TEST_F(LogCallPlace, IsTheLambda) {
-    const auto lambda = [&] {
-        log_.info("{} and {}", 1, 2);
-        return __LINE__ - 1;
-    };
-    expectPlace("operator()", lambda());
 }
 
 TEST_F(LogCallPlace, IsTheCallOfLogln) {

@@ -17,17 +17,6 @@ LogDetails sample() {
             .userInfo = {{"key", 7}}};
 }
 
-TEST(LogDetails, HoldsTheSevenValuesItWasMadeOf) {
-    const LogDetails details = sample();
-    EXPECT_EQ(details.level, Level::severe);
-    EXPECT_EQ(details.date.time_since_epoch(), std::chrono::nanoseconds(1'700'000'000'123'456'789));
-    EXPECT_EQ(details.message, "message");
-    EXPECT_EQ(details.functionName, "function");
-    EXPECT_EQ(details.fileName, "/path/file.cpp");
-    EXPECT_EQ(details.lineNumber, std::numeric_limits<std::int64_t>::min());
-    EXPECT_EQ(std::any_cast<int>(details.userInfo.at("key")), 7);
-}
-
 // Compiled with warnings as errors: a value that is left out must not be one.
 TEST(LogDetails, TakesTheValuesThatAreNamedAndLeavesTheOthersEmpty) {
     const LogDetails details{.level = Level::info};

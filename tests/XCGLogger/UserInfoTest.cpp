@@ -1,9 +1,6 @@
-#include <any>
 #include <gtest/gtest.h>
-#include <map>
-#include <set>
 #include <string>
-#include <vector>
+#include <string_view>
 
 #include <Velora_UserDefaults/XCGLogger/UserInfo.h>
 
@@ -20,17 +17,6 @@ struct Converted {
 
 static_assert(UserInfoSource<UserInfo> && UserInfoSource<Converted>);
 static_assert(!UserInfoSource<std::string> && !UserInfoSource<const char*> && !UserInfoSource<int>);
-
-TEST(UserInfo, HoldsBooleansTextListsAndSets) {
-    const UserInfo info{{"flag", true},
-                        {"text", std::string("a")},
-                        {"list", std::vector<std::string>{"a", "b"}},
-                        {"set", std::set<std::string>{"c"}}};
-    EXPECT_EQ(std::any_cast<bool>(info.at("flag")), true);
-    EXPECT_EQ(std::any_cast<std::string>(info.at("text")), "a");
-    EXPECT_EQ(std::any_cast<std::vector<std::string>>(info.at("list")), (std::vector<std::string>{"a", "b"}));
-    EXPECT_EQ(std::any_cast<std::set<std::string>>(info.at("set")), (std::set<std::string>{"c"}));
-}
 
 TEST(UserInfo, IsLookedUpByATextThatIsNotCopied) {
     const UserInfo info{{"key", 1}};

@@ -65,6 +65,8 @@ TEST(UserInfoValue, FindsNoTextInOtherValues) {
     EXPECT_FALSE(has(std::map<std::string, std::string>{{"a", "a"}}, "a"));
     EXPECT_FALSE(has(std::any(), ""));
     EXPECT_FALSE(has(std::vector<std::any>{}, ""));
+    EXPECT_FALSE(has(std::vector<std::string>{}, ""));
+    EXPECT_FALSE(has(std::set<std::string>{}, ""));
 }
 
 TEST(UserInfoValue, FindsNoTextInAListThatHoldsSomethingElseToo) {

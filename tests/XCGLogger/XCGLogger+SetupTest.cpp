@@ -78,19 +78,6 @@ TEST(DefaultDestinations, AreOneConsole) {
     EXPECT_FALSE(test.console()->haveLoggedAppDetails());
 }
 
-TEST(DefaultDestinations, AreIncludedUnlessRefused) {
-    const auto log = make<XCGLogger>("name");
-    EXPECT_EQ(log->destinations().size(), 1U);
-    removeDestinations(*log);
-    EXPECT_THAT(make<XCGLogger>("name", false)->destinations(), IsEmpty());
-}
-
-TEST(DefaultDestinations, WriteToStandardOutput) {
-    const DefaultLoggerOfATest test;
-    hideColumns(*test.console());
-    EXPECT_THAT(linesPrintedBy([&] { test.log->info("text {} %n"); }), ElementsAre("> text {} %n"));
-}
-
 TEST(Setup, SetsTheLevelOfTheLoggerAndItsDestinations) {
     const DefaultLoggerOfATest test;
     const auto recording = make<RecordingDestination>(nullptr, "recording");
@@ -143,12 +130,6 @@ TEST(Setup, WritesTheHeaderOncePerDestination) {
     test.log->add(later);
     EXPECT_THAT(linesPrintedBy([&] { test.log->setup(withoutColumns(Level::verbose)); }), IsEmpty());
     EXPECT_THAT(later->lines(), ElementsAre(processLine(), "> XCGLogger Version: 7.0.1 - Level: Verbose"));
-}
-
-TEST(Setup, WritesNoHeaderAboveInfo) {
-    const DefaultLoggerOfATest test;
-    EXPECT_THAT(linesPrintedBy([&] { test.log->setup(withoutColumns(Level::notice)); }), IsEmpty());
-    EXPECT_FALSE(test.console()->haveLoggedAppDetails());
 }
 
 TEST(Setup, WithoutAConsoleSetsTheLevelAlone) {

@@ -31,11 +31,8 @@ std::vector<Level> mayAccept(const XCGLogger& log) {
     return levels;
 }
 
-TEST(Acceptance, EndsEveryCallWithoutDestinations) {
-    EXPECT_THAT(mayAccept(*make<XCGLogger>("log", false)), ElementsAre());
-}
-
 TEST(Acceptance, FollowsTheLowestThreshold) {
+    EXPECT_THAT(mayAccept(*make<XCGLogger>("no destinations", false)), ElementsAre());
     const RecordedLogger<> recorded;
     recorded.recording->setOutputLevel(Level::alert);
     EXPECT_THAT(mayAccept(*recorded.log), ElementsAre(Level::alert, Level::emergency));
@@ -75,7 +72,7 @@ public:
     bool isEnabledFor(Level level) const override { return level == Level::verbose; }
 };
 
-class OwnLevelDestination : public RecordingDestination {
+class CustomLevelDestination : public RecordingDestination {
 public:
     using RecordingDestination::RecordingDestination;
     Level outputLevel() const override { return ownLevel; }
@@ -96,10 +93,14 @@ public:
 };
 
 template <typename Destination>
-void expectAskedForEachCall() {
+class AcceptanceByOverride : public testing::Test {};
+using Overriding = testing::Types<WillfulDestination, GrandchildDestination, SecretlyWillfulDestination>;
+TYPED_TEST_SUITE(AcceptanceByOverride, Overriding);
+
+TYPED_TEST(AcceptanceByOverride, IsAskedForEachCall) {
     const RecordedLogger<> recorded;
     recorded.recording->setOutputLevel(Level::none);
-    const auto asked = recorded.addRecording<Destination>("asked");
+    const auto asked = recorded.addRecording<TypeParam>("asked");
     asked->setOutputLevel(Level::none);
     recorded.log->verbose("text");
     recorded.log->verbose("number {}", 1);
@@ -107,22 +108,10 @@ void expectAskedForEachCall() {
     EXPECT_THAT(asked->lines(), ElementsAre("> text", "> number 1"));
 }
 
-TEST(Acceptance, AsksADestinationThatDecidesByItself) {
-    expectAskedForEachCall<WillfulDestination>();
-}
-
-TEST(Acceptance, AsksADestinationWhoseBaseDecidesByItself) {
-    expectAskedForEachCall<GrandchildDestination>();
-}
-
-TEST(Acceptance, AsksADestinationWhoseOverrideIsPrivate) {
-    expectAskedForEachCall<SecretlyWillfulDestination>();
-}
-
-TEST(Acceptance, AsksADestinationWithAThresholdOfItsOwn) {
+TEST(Acceptance, AsksADestinationWithACustomThreshold) {
     const RecordedLogger<> recorded;
     recorded.recording->setOutputLevel(Level::none);
-    const auto own = recorded.addRecording<OwnLevelDestination>("own");
+    const auto own = recorded.addRecording<CustomLevelDestination>("own");
     recorded.log->info("too low");
     own->ownLevel = Level::info;
     recorded.log->info("high enough");

@@ -40,7 +40,7 @@ TEST_F(LogCallAllocations, AreNoneWhenNothingAcceptsTheCall) {
     log_->destination("another")->setOutputLevel(Level::none);
     const std::string text(100, 'x');
     EXPECT_EQ(allocationsOf([&] {
-                  log_->info("a text that is too long to be held without memory of its own");
+                  log_->info("a text that is too long to be held without memory from the heap");
                   log_->info("text {} and number {}", text, 42);
                   log_->info(Tag("a tag with a long name, longer than most"), "text {}", text);
                   log_->info(Tag("net") | Dev("ann"), [&] { return text + text; });
@@ -55,7 +55,7 @@ TEST_F(LogCallAllocations, AreNoneForAPlainLineOnceTheThreadHasItsBuffers) {
     addAnother();
     const std::string text(200, 'x');
     const auto logLines = [&] {
-        log_->info("a text that is too long to be held without memory of its own");
+        log_->info("a text that is too long to be held without memory from the heap");
         log_->info(text);
         log_->info("text {} and number {}", text, 42);
         log_->info([&] { return std::string_view(text); });

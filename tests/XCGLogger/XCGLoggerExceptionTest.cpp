@@ -1,6 +1,5 @@
 // What becomes of a log call when something in it throws.
 
-#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -42,12 +41,6 @@ TEST(ThrowingMessage, IsPrintedAndLogsNothing) {
     const RecordedLogger<> recorded;
     EXPECT_EQ(printedBy([&] { recorded.log->info([]() -> std::string { throw std::runtime_error("no text"); }); }),
               "Objective-C Exception occurred: no text\n");
-    EXPECT_EQ(printedBy([&] { recorded.log->info([]() -> std::string { throw OddException(); }); }),
-              "Objective-C Exception occurred: velora::test::(anonymous namespace)::OddException\n");
-    EXPECT_EQ(printedBy([&] { recorded.log->info([]() -> std::string { throw 7; }); }),
-              "Objective-C Exception occurred: int\n");
-    EXPECT_EQ(printedBy([&] { recorded.log->info(std::function<std::string()>()); }),
-              "Objective-C Exception occurred: bad_function_call\n");
     EXPECT_THAT(recorded.recording->lines(), IsEmpty());
     recorded.log->info("next");
     EXPECT_THAT(recorded.recording->lines(), ElementsAre("> next"));

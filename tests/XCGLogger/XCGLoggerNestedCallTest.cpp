@@ -184,5 +184,27 @@ TEST(DestinationRemovedInACall, ByTheWriterOfAnInternalLineIsKeptUntilItsEnd) {
     EXPECT_THAT(recorded.recording->lines(), ElementsAre("> internal"));
 }
 
+class LogsWhenItGoes : public RecordingDestination {
+public:
+    using RecordingDestination::RecordingDestination;
+    ~LogsWhenItGoes() override { log->info("going"); }
+    std::shared_ptr<XCGLogger> log;
+};
+
+TEST(DestinationRemovedInACall, MayLogWhenItGoesAtTheEndOfTheCall) {
+    const RecordedLogger<> others;
+    const auto log = make<XCGLogger>("log", false);
+    auto destination = make<LogsWhenItGoes>(nullptr, "going");
+    destination->log = others.log;
+    log->add(destination);
+    destination.reset();
+    log->info([&] {
+        log->remove("going");
+        EXPECT_EQ(others.recording->lines().size(), 0U) << "kept until the call ends";
+        return "message";
+    });
+    EXPECT_EQ(others.recording->lines(), std::vector<std::string>{"> going"});
+}
+
 }  // namespace
 }  // namespace velora::test

@@ -49,8 +49,11 @@ constexpr int rotationsOfFile = 7;
 
 /// How many lines go through rotations; fewer where a sanitizer makes each slow.
 int lineCount() {
-    const char* const count = std::getenv("VELORA_TEST_FLEET_LINES");
-    return count == nullptr ? 100'000 : std::atoi(count);
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return 10'000;
+#else
+    return 100'000;
+#endif
 }
 
 sockaddr_in loopback(std::uint16_t port) {
@@ -61,12 +64,14 @@ sockaddr_in loopback(std::uint16_t port) {
     return address;
 }
 
-bool isFree(std::uint16_t port) {
+/// Whether `call`, bind(2) or connect(2), succeeds for a new socket and a port of the loopback interface.
+template <typename Call>
+bool succeeds(Call call, std::uint16_t port) {
     const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const sockaddr_in address = loopback(port);
-    const bool isBound = ::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    const bool hasSucceeded = call(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
     ::close(socket);
-    return isBound;
+    return hasSucceeded;
 }
 
 /// None of those that the kernel gives to connections: a host that tries to reach a centre which is not there could
@@ -75,18 +80,10 @@ std::uint16_t freePort() {
     constexpr std::uint16_t first = 20'000;
     constexpr std::uint16_t count = 10'000;
     auto port = static_cast<std::uint16_t>(first + ::getpid() % count);
-    while (!isFree(port)) {
+    while (!succeeds(::bind, port)) {
         port = static_cast<std::uint16_t>(first + (port + 1) % count);
     }
     return port;
-}
-
-bool isListening(std::uint16_t port) {
-    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const sockaddr_in address = loopback(port);
-    const bool isConnected = ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    ::close(socket);
-    return isConnected;
 }
 
 using Replacements = std::vector<std::pair<std::string, std::string>>;
@@ -133,7 +130,7 @@ testing::AssertionResult areSame(const std::vector<int>& arrived, const std::vec
                                        << (one == arrived.end() ? "nothing" : std::to_string(*one));
 }
 
-/// A host and a centre on loopback, with all their files in a folder of their own.
+/// A host and a centre on loopback, with all their files in a temporary folder.
 class Fleet {
 public:
     Fleet() : hostFolder_(folder_ / "host"), centreFolder_(folder_ / "centre"), port_(std::to_string(freePort())) {
@@ -147,7 +144,7 @@ public:
             centreFolder_, "",
             example("centre.conf", {{"/var/log/fleet", folder_ / "received"},
                                     {"port=\"10514\"", R"(address="127.0.0.1" port=")" + port_ + "\""}}));
-        return centre_.start(centreFolder_, [this] { return isListening(port()); });
+        return centre_.start(centreFolder_, [this] { return succeeds(::connect, port()); });
     }
 
     std::optional<std::string> startHost(Replacements more = {}) {
@@ -188,7 +185,7 @@ public:
         centre_.stop();
     }
 
-    bool keepsLinesOnTheDisk() const {
+    bool hasSpooledToDisk() const {
         for (const auto& entry : std::filesystem::directory_iterator(hostFolder_)) {
             if (entry.path().filename().string().starts_with("velora-to-centre.0")) {
                 return true;
@@ -197,8 +194,8 @@ public:
         return false;
     }
 
-    /// What both say about themselves.
-    std::string complaints() const {
+    /// The error messages of both.
+    std::string diagnostics() const {
         return velora::test::readFile(hostFolder_ + "/output") + velora::test::readFile(centreFolder_ + "/output");
     }
 
@@ -267,11 +264,11 @@ protected:
             // A file that lives for less time than rsyslog takes to open it would not be seen.
             if (rotations != std::exchange(rotationsSeen, rotations)) {
                 ASSERT_TRUE(fleet.waitForLine(program + ".session", line)) << "line " << line << '\n'
-                                                                           << fleet.complaints();
+                                                                           << fleet.diagnostics();
             }
         }
         EXPECT_TRUE(logger->remove("fleet"));
-        EXPECT_TRUE(fleet.waitForLine(program + ".session", before + lines)) << fleet.complaints();
+        EXPECT_TRUE(fleet.waitForLine(program + ".session", before + lines)) << fleet.diagnostics();
         EXPECT_GE(rotations, 5);
         EXPECT_LT(rotations, 1'000'000) << "a rotation failed";
     }
@@ -295,7 +292,7 @@ TEST_F(FleetTest, BringsTheLinesOfTheSystemLogToTheCentreOnceAndInOrder) {
     }
     EXPECT_TRUE(log->remove("system log"));
 
-    EXPECT_TRUE(fleet.waitForLine(program_invocation_short_name, lines)) << fleet.complaints();
+    EXPECT_TRUE(fleet.waitForLine(program_invocation_short_name, lines)) << fleet.diagnostics();
     fleet.stop();
     EXPECT_TRUE(areSame(fleet.arrived(program_invocation_short_name), numbersFrom(1, lines)));
 }
@@ -314,7 +311,7 @@ TEST_F(FleetTest, BringsTheFilesOfTwoProgramsThroughTheirRotationsToTheCentreOnc
     EXPECT_TRUE(areSame(fleet.arrived("agent.session"), numbersFrom(lines + 1, 2 * lines)));
 }
 
-TEST_F(FleetTest, KeepsOnTheDiskWhatTheCentreCannotTake) {
+TEST_F(FleetTest, SpoolsToDiskWhatTheCentreCannotTake) {
     ASSERT_EQ(fleet.startHost({{"\"100000\"", "\"1000\""}, {"\"80000\"", "\"800\""}, {"\"20000\"", "\"200\""}}),
               std::nullopt);
     constexpr int lines = 5'000;
@@ -323,14 +320,14 @@ TEST_F(FleetTest, KeepsOnTheDiskWhatTheCentreCannotTake) {
     for (int line = 1; line <= lines; ++line) {
         log->info("line {}", line);
     }
-    ASSERT_TRUE(waitUntil([this] { return fleet.keepsLinesOnTheDisk(); })) << fleet.complaints();
+    ASSERT_TRUE(waitUntil([this] { return fleet.hasSpooledToDisk(); })) << fleet.diagnostics();
 
     ASSERT_EQ(fleet.startCentre(), std::nullopt);
-    // What waited in memory and what waited on the disk may overtake each other, and rsyslog may send a line again.
+    // What was queued in memory and what was queued on disk may overtake each other, and rsyslog may send a line again.
     std::set<int> arrived;
     EXPECT_TRUE(waitUntil(
         [&] {
-            // The program goes on. Of what waits on the disk, rsyslog now and then leaves the end until more comes.
+            // The program goes on. Of what is queued on disk, rsyslog now and then leaves the end until more comes.
             log->info("a line without a number");
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
             const std::vector<int> numbers = fleet.arrived("app.session");
@@ -338,7 +335,7 @@ TEST_F(FleetTest, KeepsOnTheDiskWhatTheCentreCannotTake) {
             return arrived.size() >= lines;
         },
         patience))
-        << fleet.complaints();
+        << fleet.diagnostics();
     EXPECT_TRUE(log->remove("fleet"));
     EXPECT_TRUE(areSame({arrived.begin(), arrived.end()}, numbersFrom(1, lines)));
 }

@@ -149,9 +149,10 @@ TEST_P(KilledProcess, HasLostNothingButTheTailThatItsModeHoldsBack) {
         } else if (!GetParam().hasQueue) {
             ASSERT_LT(bytesOf(lost), GetParam().bufferCapacity);
         } else {
-            // The waiting lines, the batch that is being written, and what a buffer holds back.
-            ASSERT_LE(lost.size(), DispatchQueue::defaultCapacity + 2 * DispatchQueue::maximumBatch +
-                                       GetParam().bufferCapacity / 20);
+            // The pending lines, those that are being written, and what a buffer holds back.
+            constexpr std::size_t maxPendingBytes = 1'048'576;
+            constexpr std::size_t fewestBytesOfALine = 100;
+            ASSERT_LE(lost.size(), 2 * maxPendingBytes / fewestBytesOfALine + GetParam().bufferCapacity / 20);
         }
     }
     losses.print(GetParam().name);

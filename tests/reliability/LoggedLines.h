@@ -43,7 +43,7 @@ struct Mode {
 
 inline constexpr std::size_t bufferOfTests = 4'096;
 
-inline constexpr std::size_t roomForPendingOfTests = 32'768;
+inline constexpr std::size_t roomForPendingOfTests = 16'384;
 
 inline constexpr std::array notRotatingModes{
     Mode{.name = "Plain"},
@@ -228,14 +228,15 @@ public:
     /// The paths of the archives that the destination made by itself, whether marked or not, in that order.
     std::vector<std::string> archives() const {
         std::vector<std::string> paths;
-        for (int number = 1;; ++number) {
+        // A rotation that another thread came before leaves its number out.
+        for (int number = 1; number < 10'000; ++number) {
             const std::string path =
                 path_.substr(0, path_.rfind('.')) + "_" + std::to_string(number) + path_.substr(path_.rfind('.'));
-            if (!std::filesystem::exists(path)) {
-                return paths;
+            if (std::filesystem::exists(path)) {
+                paths.push_back(path);
             }
-            paths.push_back(path);
         }
+        return paths;
     }
     /// What the logger's other destination was told.
     std::vector<std::string> errors() const {

@@ -1,12 +1,19 @@
 // What becomes of lines when the process has used up its file descriptors for a time.
 
+#include <atomic>
+#include <chrono>
 #include <fcntl.h>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/resource.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
+
+#include <Velora_UserDefaults/XCGLogger/Destinations/FileDestination.h>
+#include <Velora_UserDefaults/XCGLogger/XCGLogger.h>
 
 #include "reliability/FaultyCalls.h"
 #include "reliability/LoggedLines.h"
@@ -109,7 +116,7 @@ TEST_P(NoDescriptorsTest, WritingAndRotatingNeedNoneBeyondThatOfTheFile) {
     EXPECT_THAT(file_.found().torn, IsEmpty());
 }
 
-TEST_P(NoDescriptorsTest, ReopeningAfterARotationIsReportedAndDoneWhenThereAreSomeAgain) {
+TEST_P(NoDescriptorsTest, ARotationThatReportsToOneWhoTakesTheLastIsOverByThen) {
     const auto taking = make<TakingDescriptors>(nullptr, "taking");
     file_.logger().add(taking);
     file_.open();
@@ -119,14 +126,13 @@ TEST_P(NoDescriptorsTest, ReopeningAfterARotationIsReportedAndDoneWhenThereAreSo
         taking->shortage = &shortage;
         EXPECT_TRUE(file_.file().rotateFile(folder_ / "archive"));
         taking->shortage = nullptr;
-        EXPECT_THAT(file_.errors(), ElementsAre("Attempt to open log file for writing failed: The file “" + path_ +
-                                                "” couldn’t be opened for writing: Too many open files"));
+        EXPECT_THAT(file_.errors(), IsEmpty());
         file_.logAndSettle(5, 10);
     }
     FaultyCalls::passTime(untilTheNextLook);
     file_.logAndSettle(10, 15);
     EXPECT_EQ(linesOf(readFile(folder_ / "archive")).numbers, numbersFrom(0, 5));
-    EXPECT_EQ(file_.found().numbers, numbersFrom(10, 15));
+    EXPECT_EQ(file_.found().numbers, numbersFrom(5, 15));
 }
 
 TEST_P(NoDescriptorsTest, AReplacedFileIsWrittenOnUntilThereAreSomeAgain) {
@@ -142,6 +148,44 @@ TEST_P(NoDescriptorsTest, AReplacedFileIsWrittenOnUntilThereAreSomeAgain) {
     file_.logAndSettle(10, 15);
     EXPECT_EQ(linesOf(readFile(folder_ / "moved")).numbers, numbersFrom(0, 10));
     EXPECT_EQ(file_.found().numbers, numbersFrom(10, 15));
+}
+
+/// While the new file is opened with the descriptor of the old one, lines of other threads wait in the buffer.
+TEST(NoDescriptors, RotatingLosesNoLineThatAnotherThreadLogsMeanwhile) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "this sanitizer looks at objects through a pipe, for which there are no descriptors";
+#endif
+    const TemporaryFolder folder;
+    const auto log = make<XCGLogger>("app", false);
+    const auto file = make<FileDestination>(nullptr, folder / "app.log", "file", true);
+    file->setWriteBufferCapacity(1'048'576);
+    log->add(file);
+    constexpr int rotations = 50;
+    std::atomic<bool> isDone = false;
+    int logged = 0;
+    {
+        const NoDescriptors shortage;
+        std::thread writer([&] {
+            while (!isDone) {
+                log->info("line {}.", logged++);
+            }
+        });
+        for (int rotation = 0; rotation < rotations; ++rotation) {
+            EXPECT_TRUE(file->rotateFile(folder / std::to_string(rotation)));
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        isDone = true;
+        writer.join();
+    }
+    log->remove(file);
+    int found = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
+        const std::string text = readFile(entry.path());
+        for (std::size_t at = text.find("> line "); at != std::string::npos; at = text.find("> line ", at + 1)) {
+            ++found;
+        }
+    }
+    EXPECT_EQ(found, logged);
 }
 
 }  // namespace

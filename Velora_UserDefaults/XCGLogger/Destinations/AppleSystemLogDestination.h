@@ -1,5 +1,7 @@
 #pragma once
 
+#include <memory>
+#include <string>
 #include <string_view>
 
 #include <Velora_UserDefaults/Platform/Export.h>
@@ -14,10 +16,9 @@ namespace velora {
 class VELORA_EXPORT AppleSystemLogDestination : public BaseQueuedDestination {
 public:
     /// Made by `make<AppleSystemLogDestination>(nullptr, identifier)`.
-    using BaseQueuedDestination::BaseQueuedDestination;
+    AppleSystemLogDestination(Making key, std::shared_ptr<XCGLogger> owner, std::string identifier);
 
-    /// Always false; setting it changes nothing.
-    bool showDate() const override { return false; }
+    /// Changes nothing: `showDate()` is always false.
     void setShowDate(bool show) override;
 
     void write(std::string_view message) override;

@@ -11,7 +11,7 @@
 #include <Velora_UserDefaults/Platform/DateFormatter.h>
 #include <Velora_UserDefaults/Platform/FatalError.h>
 #include <Velora_UserDefaults/Platform/FileManager.h>
-#include <Velora_UserDefaults/Platform/ForkHandlers.h>
+#include <Velora_UserDefaults/Platform/FileMove.h>
 #include <Velora_UserDefaults/Platform/OwnFolder.h>
 #include <Velora_UserDefaults/Platform/Text.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/ArchivedLogFile.h>
@@ -68,20 +68,6 @@ const Value* find(const FileAttributes& attributes, std::string_view key) {
 
 }  // namespace
 
-/// Lets no rotation begin as long as it lives.
-class AutoRotatingFileDestination::NoRotation {
-public:
-    explicit NoRotation(AutoRotatingFileDestination& destination) : destination_(destination) {
-        destination_.noRotationIn_ = forkGeneration();
-    }
-    NoRotation(const NoRotation&) = delete;
-    NoRotation& operator=(const NoRotation&) = delete;
-    ~NoRotation() { destination_.noRotationIn_.reset(); }
-
-private:
-    AutoRotatingFileDestination& destination_;
-};
-
 AutoRotatingFileDestination::AutoRotatingFileDestination(Making key, std::shared_ptr<XCGLogger> owner,
                                                          const FileTarget& writeToFile, std::string identifier,
                                                          Options options)
@@ -92,8 +78,9 @@ AutoRotatingFileDestination::AutoRotatingFileDestination(Making key, std::shared
       targetMaxFileSize_(sizeOrUnlimited(options.maxFileSize)),
       targetMaxTimeInterval_(intervalOrOff(options.maxTimeInterval)),
       targetMaxLogFiles_(options.targetMaxLogFiles),
-      customArchiveSuffixDateFormatter_(std::move(options.archiveSuffixDateFormatter)),
-      currentLogStartTimeInterval_(now()) {}
+      customArchiveSuffixDateFormatter_(std::move(options.archiveSuffixDateFormatter)) {
+    setCounted(0, now());
+}
 
 AutoRotatingFileDestination::AutoRotatingFileDestination(
     Making key, std::shared_ptr<XCGLogger> owner, const FileTarget& writeToFile, std::string identifier,
@@ -123,17 +110,16 @@ AutoRotatingFileDestination::AutoRotatingFileDestination(Making key, std::shared
 AutoRotatingFileDestination::~AutoRotatingFileDestination() = default;
 
 void AutoRotatingFileDestination::finishMaking() {
-    const HeldFile held(*this);
-    {
-        // The header alone may cross a limit, before the archive's name and folder are known.
-        const NoRotation whileOpening(*this);
-        FileDestination::finishMaking();
-    }
+    // The header alone may cross a limit, before the archive's name and folder are known.
+    FileDestination::finishMaking();
     setShouldAppend(shouldAppendAtFirst_);
     if (!writeToFileURL()) {
         return;
     }
     findNames();
+    if (checkArchiveFolder(archiveFolder()) == 0) {
+        removeAbandonedCopies(archiveFolder().path());
+    }
     takeOverLiveFile();
     if (!shouldAppendAtFirst_ || shouldRotate()) {
         rotateFile();
@@ -165,8 +151,7 @@ void AutoRotatingFileDestination::takeOverLiveFile() {
     }
     const auto* const size = find<std::uint64_t>(*attributes, FileAttributeKey::size);
     const auto* const creationDate = find<Date>(*attributes, FileAttributeKey::creationDate);
-    currentLogFileSize_ = size == nullptr ? 0 : *size;
-    currentLogStartTimeInterval_ = creationDate == nullptr ? now() : secondsSince1970(*creationDate);
+    setCounted(size == nullptr ? 0 : *size, creationDate == nullptr ? now() : secondsSince1970(*creationDate));
 }
 
 std::uint64_t AutoRotatingFileDestination::autoRotatingFileDefaultMaxFileSize() {
@@ -197,23 +182,19 @@ URL AutoRotatingFileDestination::defaultLogFolderURL() {
 }
 
 void AutoRotatingFileDestination::setTargetMaxFileSize(std::uint64_t size) {
-    const HeldFile held(*this);
     targetMaxFileSize_ = sizeOrUnlimited(size);
 }
 
 void AutoRotatingFileDestination::setTargetMaxTimeInterval(double seconds) {
-    const HeldFile held(*this);
     targetMaxTimeInterval_ = intervalOrOff(seconds);
 }
 
 void AutoRotatingFileDestination::setTargetMaxLogFiles(std::uint8_t count) {
-    const HeldFile held(*this);
     targetMaxLogFiles_ = count;
     cleanUpLogFiles();
 }
 
 void AutoRotatingFileDestination::setArchiveFolderURL(std::optional<URL> url) {
-    const HeldFile held(*this);
     if (url) {
         static_cast<void>(FileManager::createFolder(url->path(), /*withIntermediates=*/true));
     }
@@ -221,7 +202,6 @@ void AutoRotatingFileDestination::setArchiveFolderURL(std::optional<URL> url) {
 }
 
 void AutoRotatingFileDestination::setAutoRotationCompletion(std::function<void(bool success)> closure) {
-    const HeldFile held(*this);
     autoRotationCompletion_ = std::move(closure);
 }
 
@@ -235,78 +215,65 @@ const std::shared_ptr<const DateFormatter>& AutoRotatingFileDestination::archive
 }
 
 void AutoRotatingFileDestination::setArchiveSuffixDateFormatter(std::shared_ptr<const DateFormatter> formatter) {
-    const HeldFile held(*this);
     customArchiveSuffixDateFormatter_ = std::move(formatter);
 }
 
-std::uint64_t AutoRotatingFileDestination::currentLogFileSize() const {
-    const HeldFile held(*this);
-    return currentLogFileSize_;
-}
-
-double AutoRotatingFileDestination::currentLogStartTimeInterval() const {
-    const HeldFile held(*this);
-    return currentLogStartTimeInterval_;
-}
-
-void AutoRotatingFileDestination::write(std::string_view message) {
-    const HeldFile held(*this, message);
-    if (!held) {
-        return;
-    }
-    currentLogFileSize_ += userPerceivedCharacterCount(message);
-    FileDestination::write(message);
-    // A line that is written in the middle of a rotation, such as the one that announces it, starts no other.
-    if (mayRotate() && shouldRotate()) {
+void AutoRotatingFileDestination::setOwner(std::shared_ptr<XCGLogger> owner) {
+    FileDestination::setOwner(std::move(owner));
+    if (this->owner() && mayStartRotation() && shouldRotate()) {
         rotateFile();
     }
 }
 
-bool AutoRotatingFileDestination::mayRotate() const {
-    // A thread that was rotating when the process forked does not exist in the child.
-    return noRotationIn_ != forkGeneration() && !isMovingFile();
+void AutoRotatingFileDestination::write(std::string_view message) {
+    const std::uint64_t changes = this->changes();
+    writeLine(message, userPerceivedCharacterCount(message));
+    if (mayStartRotation() && shouldRotate()) {
+        rotateWhileDue(
+            changes, [this] { rotateFile(); }, [this] { return shouldRotate(); });
+    }
 }
 
 bool AutoRotatingFileDestination::shouldRotate() const {
-    const HeldFile held(*this);
     if (!writeToFileURL()) {
         return false;
     }
-    if (currentLogFileSize_ >= targetMaxFileSize()) {
+    if (currentLogFileSize() >= targetMaxFileSize()) {
         return true;
     }
     const double interval = targetMaxTimeInterval();
-    return interval > 0 && now() - currentLogStartTimeInterval_ >= interval;
+    return interval > 0 && now() - currentLogStartTimeInterval() >= interval;
 }
 
 void AutoRotatingFileDestination::rotateFile() {
     finishQueue();
-    const HeldFile held(*this);
-    if (!mayRotate()) {
+    // Before the archive has a name: names are to be in the order of rotations, and none left out.
+    Turn turn(*this);
+    if (!turn) {
         return;
     }
-    const NoRotation whileRotating(*this);
-    archiveTo(archiveFolder());
-    currentLogStartTimeInterval_ = now();
-    currentLogFileSize_ = 0;
+    if (!archiveTo(archiveFolder(), turn)) {
+        setCounted(0, now());
+    }
     cleanUpLogFiles();
 }
 
-void AutoRotatingFileDestination::archiveTo(const URL& folder) {
+bool AutoRotatingFileDestination::archiveTo(const URL& folder, Turn& turn) {
     const std::string name = baseFileName_ + suffixOfArchive(*archiveSuffixDateFormatter());
     const URL archive = folder.appendingPathComponent(name).appendingPathExtension(fileExtension_);
     const std::function<void(bool success)>& completion = autoRotationCompletion();
     const int code = checkArchiveFolder(folder);
     if (code == 0) {
-        rotateFile(archive, completion);
-        return;
+        return rotateFile(archive, completion);
     }
     const FileError error = FileError::make(code, folder.path(), "is no place for archives", "folder");
     report("Unable to rotate file " + writeToFileURL()->path() + " to " + archive.path() + ": " + error.description,
            Level::error);
+    turn.end();
     if (completion) {
         reportingExceptions([&] { completion(false); });
     }
+    return false;
 }
 
 URL AutoRotatingFileDestination::archiveFolder() const {
@@ -333,7 +300,6 @@ std::vector<URL> AutoRotatingFileDestination::archivedFileURLs() const {
 }
 
 void AutoRotatingFileDestination::cleanUpLogFiles() {
-    const HeldFile held(*this);
     const std::vector<URL> archives = archivedFileURLs();
     for (std::size_t index = targetMaxLogFiles(); index < archives.size(); ++index) {
         remove(archives[index]);
@@ -341,7 +307,6 @@ void AutoRotatingFileDestination::cleanUpLogFiles() {
 }
 
 void AutoRotatingFileDestination::purgeArchivedLogFiles() {
-    const HeldFile held(*this);
     for (const URL& archive : archivedFileURLs()) {
         remove(archive);
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -31,8 +32,9 @@ class DateFormatter;
 /// Limits are looked at after each line, so the line that crosses one stays in the old file. Size counts
 /// the characters that a reader sees, not bytes, and no line feeds; a file grows somewhat past it.
 ///
-/// Threads: as `FileDestination`; the line, the count and the rotation are one step. Settings are made
-/// before logging starts. With a queue the rotation runs on it.
+/// Threads: as `FileDestination`; while one thread rotates, the others log on. Lines that a rotation itself logs, also
+/// by its completion, count for no limit of this file and start no rotation of another one: the next line does.
+/// Settings are made before logging starts. With a queue the rotation runs on it.
 class VELORA_EXPORT AutoRotatingFileDestination : public FileDestination {
 public:
     /// How to make one; each has a default.
@@ -108,8 +110,11 @@ public:
     const std::string& baseFileName() const { return baseFileName_; }
     const std::string& fileExtension() const { return fileExtension_; }
     /// How many characters the live file counts so far, and since when it runs, in seconds since 1970.
-    std::uint64_t currentLogFileSize() const;
-    double currentLogStartTimeInterval() const;
+    std::uint64_t currentLogFileSize() const { return counted(); }
+    double currentLogStartTimeInterval() const { return beginning(); }
+
+    /// As the base's; rotates at once if the header of the file reaches a limit.
+    void setOwner(std::shared_ptr<XCGLogger> owner) override;
 
     void write(std::string_view message) override;
 
@@ -121,7 +126,7 @@ public:
     virtual std::vector<URL> archivedFileURLs() const;
     /// Archives the live file now under a dated name, and prunes the archives. A name that exists already,
     /// as on a second rotation within a second, makes it fail without a change to the live file. With a queue
-    /// it first waits for the lines logged before. Does nothing within a rotation.
+    /// it first waits for the lines logged before. Does nothing while another rotation runs.
     virtual void rotateFile();
     using FileDestination::rotateFile;
     /// Whether a limit has been reached.
@@ -131,27 +136,21 @@ protected:
     void finishMaking() override;
 
 private:
-    class NoRotation;
-
     void findNames();
     void takeOverLiveFile();
-    bool mayRotate() const;
     URL archiveFolder() const;
-    void archiveTo(const URL& folder);
+    bool archiveTo(const URL& folder, Turn& turn);
     void remove(const URL& archive);
 
     bool shouldAppendAtFirst_;
-    std::uint64_t targetMaxFileSize_ = 0;
-    double targetMaxTimeInterval_ = 0;
-    std::uint8_t targetMaxLogFiles_;
+    std::atomic<std::uint64_t> targetMaxFileSize_ = 0;
+    std::atomic<double> targetMaxTimeInterval_ = 0;
+    std::atomic<std::uint8_t> targetMaxLogFiles_;
     std::optional<URL> archiveFolderURL_;
     std::function<void(bool success)> autoRotationCompletion_;
     std::shared_ptr<const DateFormatter> customArchiveSuffixDateFormatter_;
-    std::uint64_t currentLogFileSize_ = 0;
-    double currentLogStartTimeInterval_ = 0;
     std::string baseFileName_ = "xcglogger";
     std::string fileExtension_ = "log";
-    std::optional<std::uint64_t> noRotationIn_;
 };
 
 }  // namespace velora

@@ -61,14 +61,9 @@ std::string threadText() {
         text = "main";
         return text;
     }
-    const auto label = DispatchQueue::currentLabel();
-    // The name that a queue gives its thread is as much of its label as the kernel takes: no name of its own.
-    if (!appendCurrentThreadName(text) || (label && label->starts_with(text))) {
-        if (label && !label->empty() && isValidUTF8(*label)) {
-            text = *label;
-        } else {
-            text = currentThreadIdentifierText();
-        }
+    if (!appendCurrentThreadName(text)) {
+        const auto label = DispatchQueue::currentLabel();
+        text = label && !label->empty() && isValidUTF8(*label) ? std::string(*label) : currentThreadIdentifierText();
     }
     return text;
 }
@@ -117,19 +112,12 @@ void BaseDestination::setOwner(std::shared_ptr<XCGLogger> owner) {
     owner_ = std::move(owner);
 }
 
-void BaseDestination::setOutputLevel(Level level) {
-    outputLevel_.store(level);
-    if (observer_ != nullptr) {
-        observer_->learnThresholds();
-    }
-}
-
 const XCGLogger* BaseDestination::knownOwner() const {
-    return inheritsLayout_ ? owner_.get() : owner().get();
+    return overridesNothing_ ? owner_.get() : owner().get();
 }
 
 const BaseDestination::Columns& BaseDestination::columns(Columns& asked) const {
-    if (inheritsLayout_) {
+    if (overridesNothing_) {
         return columns_;
     }
     asked = {.showLogIdentifier = showLogIdentifier(),
@@ -143,11 +131,10 @@ const BaseDestination::Columns& BaseDestination::columns(Columns& asked) const {
 }
 
 std::string_view BaseDestination::levelText(const XCGLogger& owner, Level level) const {
-    if (const std::string* const own = (inheritsLayout_ ? levelDescriptions_ : levelDescriptions()).find(level)) {
+    if (const std::string* const own = (overridesNothing_ ? levelDescriptions_ : levelDescriptions()).find(level)) {
         return *own;
     }
-    const LevelTexts& owners = owner.inheritsLayout_ ? owner.levelDescriptions_ : owner.levelDescriptions();
-    if (const std::string* const word = owners.find(level)) {
+    if (const std::string* const word = owner.levelDescriptions().find(level)) {
         return *word;
     }
     return description(level);
@@ -158,10 +145,10 @@ std::string_view BaseDestination::levelText(const XCGLogger& owner, Level level)
                                                                const Columns& columns, std::string_view levelWord) {
     std::string_view identifier;
     if (columns.showLogIdentifier) {
-        identifier = owner.inheritsLayout_ ? owner.identifier_ : owner.identifier();
+        identifier = owner.identifier();
     }
     const std::string thread = columns.showThreadName ? threadText() : std::string();
-    const std::string_view fileName = columns.showFileName ? lastPathComponent(logDetails.fileName) : "";
+    const std::string_view fileName = columns.showFileName ? textAfterLastSlash(logDetails.fileName) : "";
     const std::string_view functionName = columns.showFunctionName ? logDetails.functionName.view() : "";
     // With brackets, colon, spaces and the arrow, but without the date.
     constexpr std::size_t sizeOfSeparators = 24;
@@ -173,8 +160,7 @@ std::string_view BaseDestination::levelText(const XCGLogger& owner, Level level)
     char* begin = memory->room(DateFormatter::maximumCachedSize + size);
     TextWriter writer(begin);
     if (columns.showDate) {
-        const DateFormatter* const formatter =
-            (owner.inheritsLayout_ ? owner.knownDateFormatter() : owner.dateFormatter()).get();
+        const DateFormatter* const formatter = owner.dateFormatter().get();
         const std::size_t dateSize = formatter != nullptr ? formatter->writeCached(logDetails.date, begin) : 0;
         if (dateSize > 0) {
             writer.skip(dateSize);

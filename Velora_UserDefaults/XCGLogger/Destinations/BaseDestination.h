@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <concepts>
 #include <memory>
 #include <string>
@@ -39,8 +38,8 @@ public:
     const std::string& identifier() const override { return identifier_; }
     void setIdentifier(std::string identifier) override { identifier_ = std::move(identifier); }
     /// `debug` at first. May be set while other threads log.
-    Level outputLevel() const override { return outputLevel_.load(std::memory_order_relaxed); }
-    void setOutputLevel(Level level) override;
+    Level outputLevel() const override { return threshold_.level(); }
+    void setOutputLevel(Level level) override { threshold_.setLevel(level); }
     bool haveLoggedAppDetails() const override { return haveLoggedAppDetails_; }
     void setHaveLoggedAppDetails(bool haveLogged) override { haveLoggedAppDetails_ = haveLogged; }
     const Formatters& formatters() const override { return formatters_; }
@@ -79,15 +78,15 @@ public:
 
     std::string debugDescription() const override;
 
-    /// Notes which operations `Class` overrides. Called by `make`.
+    DestinationThreshold* knownThreshold() noexcept override { return overridesNothing_ ? &threshold_ : nullptr; }
+
+    /// Notes whether `Class` overrides an operation that every line would have to ask. Called by `make`.
     template <typename Class>
     void learnClass(Making /*key*/) noexcept {
         using Base = BaseDestination;
-        inheritsThreshold_ = requires {
+        overridesNothing_ = requires {
             requires std::same_as<decltype(&Class::isEnabledFor), decltype(&Base::isEnabledFor)>;
             requires std::same_as<decltype(&Class::outputLevel), decltype(&Base::outputLevel)>;
-        };
-        inheritsLayout_ = requires {
             requires std::same_as<decltype(&Class::owner), decltype(&Base::owner)>;
             requires std::same_as<decltype(&Class::showLogIdentifier), decltype(&Base::showLogIdentifier)>;
             requires std::same_as<decltype(&Class::showFunctionName), decltype(&Base::showFunctionName)>;
@@ -100,10 +99,11 @@ public:
         };
     }
 
-private:
-    friend class BaseQueuedDestination;
-    friend class XCGLogger;
+protected:
+    /// Whether the class overrides none of the operations that every line would have to ask.
+    bool overridesNothing_ = false;
 
+private:
     struct Columns {
         bool showLogIdentifier = false;
         bool showFunctionName = true;
@@ -121,16 +121,12 @@ private:
 
     std::shared_ptr<XCGLogger> owner_;
     std::string identifier_;
-    std::atomic<Level> outputLevel_ = Level::debug;
+    DestinationThreshold threshold_;
     bool haveLoggedAppDetails_ = false;
     Formatters formatters_;
     Filters filters_;
     Columns columns_;
     LevelTexts levelDescriptions_;
-    bool inheritsThreshold_ = false;
-    bool inheritsLayout_ = false;
-    /// The logger that has this destination in its list, and is told when its threshold changes.
-    mutable XCGLogger* observer_ = nullptr;
 };
 
 }  // namespace velora

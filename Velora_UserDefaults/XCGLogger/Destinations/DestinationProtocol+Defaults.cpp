@@ -21,8 +21,16 @@ const List& ownOrOwners(const DestinationProtocol& destination, const List& own,
 
 }  // namespace
 
+const Filters& DestinationProtocol::filtersInUse() const {
+    return ownOrOwners(*this, filters(), &XCGLogger::filters);
+}
+
+const Formatters& DestinationProtocol::formattersInUse() const {
+    return ownOrOwners(*this, formatters(), &XCGLogger::formatters);
+}
+
 bool DestinationProtocol::shouldExclude(LogDetails& logDetails, std::string& message) {
-    const Filters& filters = ownOrOwners(*this, this->filters(), &XCGLogger::filters);
+    const Filters& filters = filtersInUse();
     if (!filters) {
         return false;
     }
@@ -37,7 +45,7 @@ bool DestinationProtocol::shouldExclude(LogDetails& logDetails, std::string& mes
 }
 
 void DestinationProtocol::applyFormatters(LogDetails& logDetails, std::string& message) {
-    const Formatters& formatters = ownOrOwners(*this, this->formatters(), &XCGLogger::formatters);
+    const Formatters& formatters = formattersInUse();
     if (!formatters) {
         return;
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,6 +19,38 @@ class XCGLogger;
 using Filters = std::optional<std::vector<std::shared_ptr<FilterProtocol>>>;
 /// A list of formatters, or none at all; absent and empty differ as for filters.
 using Formatters = std::optional<std::vector<std::shared_ptr<LogFormatterProtocol>>>;
+
+/// A destination's threshold, where a logger reads it without a virtual call and is told of changes. Internal.
+/// Thread-safe, but for `observe`.
+class DestinationThreshold {
+public:
+    Level level(std::memory_order order = std::memory_order_relaxed) const noexcept { return level_.load(order); }
+    void setLevel(Level level) {
+        level_.store(level);
+        if (observer_ != nullptr) {
+            changed_(*observer_);
+        }
+    }
+
+    /// Has `changed(observer)` called after each change, unless another logger is told already; whether that is so.
+    bool observe(XCGLogger& observer, void (*changed)(XCGLogger&)) noexcept {
+        if (observer_ == nullptr) {
+            observer_ = &observer;
+            changed_ = changed;
+        }
+        return observer_ == &observer;
+    }
+    void stopObserving(const XCGLogger& observer) noexcept {
+        if (observer_ == &observer) {
+            observer_ = nullptr;
+        }
+    }
+
+private:
+    std::atomic<Level> level_ = Level::debug;
+    XCGLogger* observer_ = nullptr;
+    void (*changed_)(XCGLogger&) = nullptr;
+};
 
 /// One output of a logger, as the logger sees it: it decides by level what it accepts, composes its own
 /// lines and writes them. Most hosts derive from `BaseQueuedDestination`, which does all but the writing.
@@ -75,6 +108,14 @@ public:
 
     /// One line that tells the destination's class and configuration.
     virtual std::string debugDescription() const = 0;
+
+    /// The threshold if it is all that `isEnabledFor` looks at; null, as here, if that has to be asked. Internal.
+    virtual DestinationThreshold* knownThreshold() noexcept { return nullptr; }
+
+protected:
+    /// The lists that count: the destination's own, else its owner's.
+    const Filters& filtersInUse() const;
+    const Formatters& formattersInUse() const;
 };
 
 }  // namespace velora

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -17,6 +16,8 @@
 
 namespace velora {
 
+class WriteFailures;
+
 /// Writes lines to one file.
 ///
 ///     log->add(velora::make<velora::FileDestination>(nullptr, "/var/log/app.log", "file", /*shouldAppend=*/true));
@@ -31,9 +32,9 @@ namespace velora {
 /// With a write buffer (`setWriteBufferCapacity`) lines are held back until so many bytes have come together.
 /// Data reaches the disk by `flush`, closing, rotation, or the system's own time.
 ///
-/// **Threads.** Any number of threads may log through one destination: no line is torn, lost or doubled,
-/// also while another thread rotates or flushes. Closures given to `flush` and `rotateFile`, and internal
-/// lines, run while the file is held: they may log, but not wait for another thread that logs here.
+/// **Threads.** Any number of threads may log through one destination: no line is torn, lost or doubled, also while
+/// another thread rotates or flushes; they do not wait for it. Nothing that a host can override or supply is called
+/// with a mutex held: closures, filters and formatters may log, rotate, and wait for other threads.
 ///
 /// **Failures** are internal lines at level `error` on the owner's other destinations: a file that cannot be
 /// opened, a rotation that fails. A write that fails prints "Objective-C Exception occurred: …" to standard
@@ -122,84 +123,104 @@ public:
     /// Writes one line, ended by exactly one line feed.
     void write(std::string_view message) override;
 
-    /// Brings everything written so far to the disk, then calls `closure`: here and now, or with a queue
-    /// after every line logged before, on the queue.
+    /// Has everything written so far made durable (fdatasync(2)), then calls `closure`: here and now, or with a queue
+    /// after every line logged before, on the queue. Other threads log on meanwhile.
     virtual void flush(std::function<void()> closure = nullptr);
 
     /// Moves the file to `to`, marks it there with this destination's identifier and the time, and goes on in a
     /// new, empty file. Calls `closure` with whether it succeeded, and returns the same.
     ///
-    /// Fails, with the file untouched and still open, if `to` is no target or exists already, and in the middle of
-    /// another rotation. If the file cannot be moved to `to`, this fails, too, and the file is opened anew: without
-    /// `shouldAppend` that empties it. An archive that could not be marked is a success. Internal lines at level
-    /// `error` tell of both.
+    /// Other threads log on meanwhile, into the archive, until the new file takes its place. While one rotation runs,
+    /// another one is refused at once: `closure(false)`. From `closure` on, one works again.
+    ///
+    /// Fails, with the file untouched and still open, if `to` is no target or exists already. If the file cannot be
+    /// moved to `to`, this fails, too, and the file is opened anew, which without `shouldAppend` empties it: set
+    /// `shouldAppend` where that must not be. An archive that could not be marked is a success. Internal lines at level
+    /// `error` report both.
     virtual bool rotateFile(const FileTarget& to, const std::function<void(bool success)>& closure = nullptr);
 
 protected:
     void finishMaking() override;
     /// Writes what is held back, if the line was an important one.
     void finishWriting(Level level) override;
+    /// Writes what a batch of the queue has gathered.
+    void finishBatch() override;
 
-    /// Exclusive use of the file for the calling thread, for as long as the object lives; nestable.
-    ///
-    /// Used around every use of the file. A thread that already holds another file, because it is in the
-    /// middle of a rotation and logs about it, does not wait for a file that a second thread holds: the
-    /// second may be rotating too and wait for the first. Then this object is false, and `line` has been
-    /// left with the second thread, which writes it as soon as it is done.
-    class HeldFile {
+    /// Writes one line as `write` does. `count` is what it adds to `counted()`, unless a rotation of this file logs it.
+    void writeLine(std::string_view message, std::uint64_t count);
+    /// What the lines of the file count together, and when it was begun, in seconds since 1970: since it was opened,
+    /// rotated, or this was set. Thread-safe.
+    std::uint64_t counted() const noexcept;
+    double beginning() const noexcept;
+    void setCounted(std::uint64_t counted, double beginning) noexcept;
+
+    /// Whether a line that the calling thread writes may start a rotation: not one that a rotation logs.
+    static bool mayStartRotation() noexcept;
+    /// How often the file has changed so far.
+    std::uint64_t changes() const noexcept;
+    /// Calls `rotate`, because a limit was found to be reached when the file had changed `changes` times. A rotation
+    /// that it starts is skipped if another thread is about to rotate or has done so since; then, and if lines of other
+    /// threads reached the limit again, `isStillDue` decides whether to rotate once more.
+    void rotateWhileDue(std::uint64_t changes, const std::function<void()>& rotate,
+                        const std::function<bool()>& isStillDue);
+    /// The calling thread's turn to rotate the file, while it lives or until the thread's next `rotateFile(to, …)`,
+    /// which uses it. Whatever else rotates the file meanwhile is refused, and what the thread logs while this lives
+    /// starts no rotation of any file.
+    class Turn {
     public:
-        /// Waits for the file.
-        explicit HeldFile(const FileDestination& destination);
-        /// Waits for the file, or leaves `line` to the thread that holds it.
-        HeldFile(const FileDestination& destination, std::string_view line);
-        HeldFile(const HeldFile&) = delete;
-        HeldFile& operator=(const HeldFile&) = delete;
-        ~HeldFile();
-        explicit operator bool() const noexcept { return isHeld_; }
-        /// Whether this thread held the file already.
-        bool isNested() const noexcept { return isNested_; }
+        explicit Turn(FileDestination& file);
+        Turn(const Turn&) = delete;
+        Turn& operator=(const Turn&) = delete;
+        ~Turn();
+        /// Ends the turn before this goes.
+        void end() noexcept;
+        /// False if the file is being changed, or a rotation that was due has been made by another thread.
+        explicit operator bool() const noexcept { return hasBegun_; }
 
     private:
-        void begin();
-
-        const FileDestination& destination_;
-        bool isHeld_;
-        bool isNested_;
+        FileDestination& file_;
+        const void* outer_;
+        const void* rotatingFileBefore_;
+        bool hasBegun_;
     };
 
-    /// Waits for the lines that are on the queue: they were logged for the file as it is now. A thread that holds a
-    /// file does not wait for them, because the queue may be waiting for that file.
+    /// Waits for the lines that are on the queue: they were logged for the file as it is now. A task of that queue and
+    /// a thread that reports a rotation do not wait.
     void finishQueue() const;
-    /// Brings what was written to the disk and closes the file, if it is open.
-    void closeFile();
-    /// Whether the file is being moved to an archive right now, by the thread that holds it.
-    bool isMovingFile() const noexcept;
     /// Has the owner, if there is one, log an internal line with this destination as its source.
     void report(const std::string& text, Level level);
 
 private:
-    class File;
+    struct State;
+    class Opening;
 
     static void stopHoldingLinesBack();
     std::size_t bytesToHoldBack() const noexcept;
+    std::size_t append(std::string_view message, std::uint64_t count);
+    void writeAtOnce(std::string_view message, std::uint64_t count);
+    void waitForReader() const;
     void writeHeldLines();
-    void openFile();
-    void announceOpening(bool isAppending);
-    bool openAgain();
-    void goOnIfReplaced();
-    void goOnAfterFork();
+    void writePending(WriteFailures& failures);
+    void look();
     void goOn(const std::string& path);
+    void openFile();
+    void closeFile();
+    bool announcesOnQueue() const;
+    void announceOpening(bool isAppending);
+    bool beginRotation();
+    void endRotation() noexcept;
     bool moveFile(const FileTarget& to);
-    void markArchive(const std::string& path);
+    int moveAcross(Opening& opening, const std::string& path, const std::string& archivePath, FileResult<void>& opened);
+    FileResult<void> openNew(Opening& opening, bool& isAppending);
+    FileResult<void> openInPlace(Opening& opening, const std::string& path);
+    void reportFailedOpening(bool isAppending, const FileError& error);
+    FileResult<void> markArchive(const std::string& path) const;
 
     std::optional<URL> writeToFileURL_;
     bool shouldAppend_;
     std::optional<std::string> appendMarker_;
     std::optional<FileAttributes> fileAttributes_;
-    std::unique_ptr<File> file_;
-    std::atomic<std::size_t> writeBufferCapacity_ = 0;
-    /// The fork generation of the process in which a thread is moving the file.
-    std::optional<std::uint64_t> movingIn_;
+    std::unique_ptr<State> state_;
 };
 
 }  // namespace velora

@@ -8,7 +8,9 @@
 #include <optional>
 #include <sys/stat.h>
 #include <system_error>
+#include <utility>
 
+#include <Velora_UserDefaults/Platform/Descriptor.h>
 #include <Velora_UserDefaults/Platform/FileContents.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/PendingLines.h>
 
@@ -16,7 +18,7 @@ namespace velora {
 
 namespace {
 
-constexpr std::string_view mark = "Velora pending 1";
+constexpr std::string_view mark = "Velora pending 2";
 
 /// The header has as much room as a page, so that the text begins on one.
 constexpr std::size_t headerSize = 4'096;
@@ -36,17 +38,28 @@ std::optional<FileIdentity> identityOf(const std::string& path) {
     return FileIdentity{.device = status.st_dev, .inode = status.st_ino};
 }
 
-/// Where a file is now that was at `path`: there, or under another name in the same folder.
+/// Where a file is now that was at `path`: there, or, since programs that rotate logs move them, under another name in
+/// the same folder, a folder beside it or one in either.
 std::optional<std::string> findFile(const std::string& path, const FileIdentity& identity) {
     if (identityOf(path) == identity) {
         return path;
     }
+    constexpr int furthestDepth = 2;
+    constexpr int mostEntries = 100'000;
     std::error_code ignored;
-    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
-    for (std::filesystem::directory_iterator each(folder, ignored), end; !ignored && each != end;
-         each.increment(ignored)) {
-        if (identityOf(each->path().native()) == identity) {
-            return each->path().native();
+    const StandardStreamsInUse inUse;
+    const std::filesystem::path folder = std::filesystem::absolute(path, ignored).parent_path();
+    for (const auto& [root, depth] : {std::pair(folder, 1), std::pair(folder.parent_path(), furthestDepth)}) {
+        std::filesystem::recursive_directory_iterator each(
+            root, std::filesystem::directory_options::skip_permission_denied, ignored);
+        for (int count = 0; !ignored && each != std::filesystem::end(each) && count < mostEntries; ++count) {
+            if (identityOf(each->path().native()) == identity) {
+                return each->path().native();
+            }
+            if (each.depth() >= depth) {
+                each.disable_recursion_pending();
+            }
+            each.increment(ignored);
         }
     }
     return std::nullopt;
@@ -78,11 +91,9 @@ std::size_t sizeWritten(std::string_view text, std::string_view log) {
 
 }  // namespace
 
-/// What the file holds before the text. Each value is stored by one instruction, and in an order in which a process
-/// may be killed at any time.
-struct PendingLines::Header {
-    /// What kind of file this is.
-    std::array<char, mark.size()> kind;
+/// What the file tells of one of the two texts. Each value is stored by one instruction, and in an order in which a
+/// process may be killed at any time.
+struct PendingLines::Buffer {
     /// What is pending, as a part of the text: twice where it begins, and one more while it is being written; and
     /// where it ends.
     std::atomic<std::uint64_t> beginAndState;
@@ -99,34 +110,94 @@ struct PendingLines::Header {
     }
 };
 
+/// What the file holds before the two texts.
+struct PendingLines::Header {
+    /// What kind of file this is.
+    std::array<char, mark.size()> kind;
+    /// For how many bytes each text has room.
+    std::atomic<std::uint64_t> capacity;
+    /// Which of the two is appended to.
+    std::atomic<std::uint64_t> active;
+    std::array<Buffer, 2> buffers;
+};
+
 PendingLines::Header& PendingLines::header() const noexcept {
     static_assert(sizeof(Header) <= headerSize && std::atomic<std::uint64_t>::is_always_lock_free);
     return *reinterpret_cast<Header*>(mapping_->bytes().data());
 }
 
-char* PendingLines::data() const noexcept {
-    return mapping_->bytes().data() + headerSize;
+PendingLines::Buffer& PendingLines::buffer(bool isActive) const noexcept {
+    const std::uint64_t active = header().active.load(std::memory_order_relaxed) % 2;
+    return header().buffers[isActive ? active : 1 - active];
 }
 
-std::size_t PendingLines::capacity() const noexcept {
-    return mapping_->bytes().size() - headerSize;
+char* PendingLines::data(bool isActive) const noexcept {
+    const bool isFirst = &buffer(isActive) == header().buffers.data();
+    return mapping_->bytes().data() + headerSize + (isFirst ? 0 : header().capacity.load(std::memory_order_relaxed));
 }
 
-std::string_view PendingLines::mappedText() const noexcept {
-    const std::size_t begin = header().begin();
-    return {data() + begin, header().end.load(std::memory_order_relaxed) - begin};
+std::size_t PendingLines::largestCapacity() const noexcept {
+    return (mapping_->bytes().size() - headerSize) / 2;
+}
+
+std::string_view PendingLines::mapped(bool isActive) const noexcept {
+    const Buffer& buffer = this->buffer(isActive);
+    const std::size_t end = buffer.end.load(std::memory_order_relaxed);
+    const std::size_t begin = end == 0 ? 0 : buffer.begin();
+    return {data(isActive) + begin, end - begin};
 }
 
 bool PendingLines::appendToMapping(std::string_view line) noexcept {
-    const std::size_t end = header().end.load(std::memory_order_relaxed);
-    if (line.size() >= capacity() - end) {
+    Buffer& buffer = this->buffer(true);
+    const std::size_t end = buffer.end.load(std::memory_order_relaxed);
+    if (line.size() >= header().capacity.load(std::memory_order_relaxed) - end) {
         return false;
     }
-    char* const place = data() + end;
+    char* const place = data(true) + end;
     std::memcpy(place, line.data(), line.size());
     place[line.size()] = '\n';
-    header().end.store(end + line.size() + 1, std::memory_order_release);
+    buffer.end.store(end + line.size() + 1, std::memory_order_release);
     return true;
+}
+
+std::string_view PendingLines::take() noexcept {
+    if (taken().empty()) {
+        if (isMapped()) {
+            header().active.store(1 - header().active.load(std::memory_order_relaxed) % 2, std::memory_order_release);
+        } else {
+            active_ = 1 - active_;
+        }
+    }
+    return taken();
+}
+
+void PendingLines::finish() noexcept {
+    if (!isMapped()) {
+        constexpr std::size_t keptCapacity = 262'144;
+        std::string& text = texts_[1 - active_];
+        if (text.capacity() > keptCapacity) {
+            std::string().swap(text);  // an assignment would keep the memory
+        } else {
+            text.clear();
+        }
+        return;
+    }
+    forget(false);
+    if (empty()) {
+        header().capacity.store(largestCapacity(), std::memory_order_release);
+    }
+}
+
+void PendingLines::forgetText() noexcept {
+    for (std::string& text : texts_) {
+        text.clear();
+    }
+}
+
+void PendingLines::forget(bool isActive) noexcept {
+    // Nothing is pending once the end is 0, whatever the beginning.
+    buffer(isActive).end.store(0, std::memory_order_release);
+    buffer(isActive).setBegin(0, false);
 }
 
 void PendingLines::noteWriting(const FileHandle& handle, std::size_t size) noexcept {
@@ -134,34 +205,18 @@ void PendingLines::noteWriting(const FileHandle& handle, std::size_t size) noexc
     if (::fstat(handle.descriptor(), &status) != 0) {
         return;
     }
-    Header& header = this->header();
-    const std::uint64_t begin = header.end.load(std::memory_order_relaxed) - size;
-    header.setBegin(begin, false);
-    header.device.store(status.st_dev, std::memory_order_release);
-    header.inode.store(status.st_ino, std::memory_order_release);
-    header.length.store(static_cast<std::uint64_t>(status.st_size), std::memory_order_release);
-    header.setBegin(begin, true);
-}
-
-void PendingLines::clear() {
-    if (isMapped()) {
-        Header& header = this->header();
-        // Nothing is pending once the end is 0, whatever the beginning.
-        header.end.store(0, std::memory_order_release);
-        header.setBegin(0, false);
-        return;
-    }
-    constexpr std::size_t keptCapacity = 262'144;
-    if (text_.capacity() > keptCapacity) {
-        std::string().swap(text_);  // an assignment would keep the memory
-    } else {
-        text_.clear();
-    }
+    Buffer& buffer = this->buffer(false);
+    const std::uint64_t begin = buffer.end.load(std::memory_order_relaxed) - size;
+    buffer.setBegin(begin, false);
+    buffer.device.store(status.st_dev, std::memory_order_release);
+    buffer.inode.store(status.st_ino, std::memory_order_release);
+    buffer.length.store(static_cast<std::uint64_t>(status.st_size), std::memory_order_release);
+    buffer.setBegin(begin, true);
 }
 
 FileResult<void> PendingLines::moveTo(const std::string& path, std::size_t capacity, const std::string& logPath) {
     moveToMemory();
-    auto opened = SharedMapping::open(path, headerSize + capacity, mark);
+    auto opened = SharedMapping::open(path, headerSize + 2 * capacity, mark);
     if (!opened) {
         return opened.error();
     }
@@ -170,6 +225,9 @@ FileResult<void> PendingLines::moveTo(const std::string& path, std::size_t capac
         mark.copy(header().kind.data(), mark.size());
     } else {
         recover(logPath);
+    }
+    if (empty()) {
+        header().capacity.store(largestCapacity(), std::memory_order_release);
     }
     return {};
 }
@@ -180,30 +238,46 @@ void PendingLines::moveToMemory() {
 
 /// Takes over what another process left.
 void PendingLines::recover(const std::string& logPath) {
-    Header& header = this->header();
-    const std::size_t begin = header.begin();
-    const std::size_t end = header.end;
-    // Only whole lines: after a failure of the machine there may be anything.
-    const std::size_t usable = begin < end && end <= capacity() ? std::string_view(data(), end).rfind('\n') + 1 : 0;
-    if (usable <= begin) {
-        clear();
+    if (header().capacity.load() > largestCapacity()) {
+        forget(false);
+        forget(true);
         return;
     }
-    header.end = usable;
-    if (header.isBeingWritten()) {
-        const auto log = findFile(logPath, {.device = header.device, .inode = header.inode});
+    keepWholeLines(false);
+    keepWholeLines(true);
+    Buffer& taken = buffer(false);
+    if (taken.end != 0 && taken.isBeingWritten()) {
+        const auto log = findFile(logPath, {.device = taken.device, .inode = taken.inode});
+        const std::size_t begin = taken.begin() + (log ? sizeInLog(*log) : 0);
         // With one instruction: this process may be killed, too.
-        header.setBegin(begin + (log ? sizeInLog(*log) : 0), false);
+        taken.setBegin(begin, false);
+        if (begin == taken.end) {
+            forget(false);
+        }
     }
 }
 
-/// How much of what is pending is in the file at `path`, to which it was being written. Ends with a line.
+/// After a failure of the machine there may be anything.
+void PendingLines::keepWholeLines(bool isActive) {
+    Buffer& buffer = this->buffer(isActive);
+    const std::size_t begin = buffer.begin();
+    const std::size_t end = buffer.end;
+    const bool isPossible = begin < end && end <= header().capacity;
+    const std::size_t usable = isPossible ? std::string_view(data(isActive), end).rfind('\n') + 1 : 0;
+    if (usable <= begin) {
+        forget(isActive);
+    } else {
+        buffer.end = usable;
+    }
+}
+
+/// How much of what was taken is in the file at `path`, to which it was being written. Ends with a line.
 std::size_t PendingLines::sizeInLog(const std::string& path) const {
     // Other processes may have written between.
     constexpr std::size_t usualSizeOfOthers = 16'777'216;
-    const std::string_view text = mappedText();
+    const std::string_view text = mapped(false);
     const std::size_t written =
-        sizeWritten(text, contentsOfFile(path, header().length, text.size() + usualSizeOfOthers));
+        sizeWritten(text, contentsOfFile(path, buffer(false).length, text.size() + usualSizeOfOthers));
     if (written == 0 || text[written - 1] == '\n') {
         return written;
     }

@@ -3,14 +3,14 @@
 #include <utility>
 
 #include <Velora_UserDefaults/Platform/DispatchQueue.h>
-#include <Velora_UserDefaults/Platform/RecursiveLock.h>
+#include <Velora_UserDefaults/Platform/ForkHandlers.h>
 #include <Velora_UserDefaults/Platform/Text.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/TestDestination.h>
 
 namespace velora {
 
 struct TestDestination::Lists {
-    RecursiveLock lock;
+    ForkSafeMutex lock;
     std::vector<std::string> expected;
     std::vector<std::string> unexpected;
 };
@@ -48,8 +48,8 @@ void TestDestination::addExpectedLogMessage(std::string message) {
 }
 
 void TestDestination::reset() {
-    const std::scoped_lock guard(lists_->lock);
     setHaveLoggedAppDetails(false);
+    const std::scoped_lock guard(lists_->lock);
     lists_->expected.clear();
     lists_->unexpected.clear();
 }

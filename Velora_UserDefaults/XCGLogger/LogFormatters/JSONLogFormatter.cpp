@@ -43,7 +43,7 @@ std::string_view columnsBeforePlace(std::string_view line, const LogDetails& rec
         dropEnd(line, {record.functionName, " "});
     }
     const std::string number = std::to_string(record.lineNumber);
-    const std::string_view name = lastPathComponent(record.fileName);
+    const std::string_view name = textAfterLastSlash(record.fileName);
     dropEnd(line, {"[", name, ":", number, "] "}) || dropEnd(line, {"[", name, "] "}) ||
         dropEnd(line, {"[", number, "] "});
     return line;
@@ -87,7 +87,7 @@ void appendMember(std::string& json, std::string_view name, const std::optional<
 
 void appendPlace(std::string& json, const LogDetails& record) {
     if (!record.fileName.view().empty()) {
-        appendMember(json, "file", lastPathComponent(record.fileName));
+        appendMember(json, "file", textAfterLastSlash(record.fileName));
         json.append(",\"line\":");
         appendJSONValue(json, record.lineNumber);
     }

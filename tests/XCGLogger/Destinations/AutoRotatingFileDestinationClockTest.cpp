@@ -1,37 +1,18 @@
-// What a rotating file does when the system's clock jumps. This program has a clock_gettime of its own, which
-// the library then uses too.
+// What a rotating file does when the system's clock jumps.
 
-#include <atomic>
 #include <cstdint>
-#include <ctime>
 #include <gtest/gtest.h>
 #include <memory>
+#include <reliability/FaultyCalls.h>
 #include <string>
 #include <support/CountingFormatter.h>
 #include <support/TemporaryFolder.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 #include <vector>
 
 #include <Velora_UserDefaults/Platform/Date.h>
 #include <Velora_UserDefaults/Platform/DateFormatter.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/AutoRotatingFileDestination.h>
 #include <Velora_UserDefaults/XCGLogger/XCGLogger.h>
-
-namespace {
-
-std::atomic<std::int64_t> jumpInSeconds = 0;
-
-}  // namespace
-
-// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): the system's names are reserved ones
-extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
-    const auto result = static_cast<int>(::syscall(SYS_clock_gettime, clock, time));
-    if (clock == CLOCK_REALTIME) {
-        time->tv_sec += jumpInSeconds;
-    }
-    return result;
-}
 
 namespace velora::test {
 namespace {
@@ -47,7 +28,7 @@ protected:
     AutoRotatingFileDestinationClock() { log->add(file); }
     ~AutoRotatingFileDestinationClock() override {
         log->remove(file);
-        jumpInSeconds = 0;
+        FaultyCalls::setPassedTime(0);
     }
 
     std::size_t archiveCount() const { return file->archivedFileURLs().size(); }
@@ -71,14 +52,14 @@ protected:
 
 TEST_F(AutoRotatingFileDestinationClock, UsesTheClockOfThisProgram) {
     const Date before = currentDate();
-    jumpInSeconds = hour;
+    FaultyCalls::setPassedTime(hour);
     EXPECT_GE(currentDate() - before, std::chrono::seconds(hour));
 }
 
 TEST_F(AutoRotatingFileDestinationClock, RotatesOnceForAJumpForward) {
     log->info("before");
     ASSERT_EQ(archiveCount(), 0U);
-    jumpInSeconds = 5 * hour;
+    FaultyCalls::setPassedTime(5 * hour);
     for (int line = 0; line < 20; ++line) {
         log->info("line {}", line);
     }
@@ -86,7 +67,7 @@ TEST_F(AutoRotatingFileDestinationClock, RotatesOnceForAJumpForward) {
 }
 
 TEST_F(AutoRotatingFileDestinationClock, DoesNotRotateForAJumpBack) {
-    jumpInSeconds = -5 * hour;
+    FaultyCalls::setPassedTime(-5 * hour);
     for (int line = 0; line < 20; ++line) {
         log->info("line {}", line);
     }
@@ -96,7 +77,7 @@ TEST_F(AutoRotatingFileDestinationClock, DoesNotRotateForAJumpBack) {
 TEST_F(AutoRotatingFileDestinationClock, RotatesAtMostOnceAJumpAndLosesNoLine) {
     constexpr int jumps = 40;
     for (int jump = 0; jump < jumps; ++jump) {
-        jumpInSeconds = (jump % 2 == 0 ? 7 : -9) * hour;
+        FaultyCalls::setPassedTime((jump % 2 == 0 ? 7 : -9) * hour);
         log->info("line {} end", jump);
     }
     EXPECT_LE(archiveCount(), static_cast<std::size_t>(jumps));
@@ -111,7 +92,7 @@ TEST_F(AutoRotatingFileDestinationClock, TriesAFailedRotationAgainOnlyAfterAnoth
     file->setAutoRotationCompletion([&](bool success) { failures += success ? 0 : 1; });
     file->setArchiveFolderURL(URL::fileURL("/dev/null/nowhere", true));
     for (int period = 1; period <= 3; ++period) {
-        jumpInSeconds = period * hour;
+        FaultyCalls::setPassedTime(period * hour);
         for (int line = 0; line < 5; ++line) {
             log->info("line {}", line);
         }
@@ -126,10 +107,10 @@ TEST_F(AutoRotatingFileDestinationClock, CountsTheAgeOfAnExistingFileFromItsCrea
         return make<AutoRotatingFileDestination>(nullptr, folder / "old.log", "old",
                                                  AutoRotatingFileDestination::Options{.maxTimeInterval = 600});
     };
-    jumpInSeconds = 400;
+    FaultyCalls::setPassedTime(400);
     const auto young = makeOne();
     EXPECT_EQ(readFile(folder / "old.log"), "old line\n") << "not old enough to be archived while it is made";
-    jumpInSeconds = 700;
+    FaultyCalls::setPassedTime(700);
     EXPECT_TRUE(young->shouldRotate());
     EXPECT_EQ(makeOne()->archivedFileURLs().size(), 1U) << "archived while it is made";
     EXPECT_NE(readFile(folder / "old.log"), "old line\n");

@@ -74,7 +74,7 @@ TEST_F(BaseDestinationTest, LeavesOnlyTheMessageWithEveryColumnOff) {
     EXPECT_EQ(line(aRecord("two\nlines\n")), "> two\nlines\n");
 }
 
-TEST_F(BaseDestinationTest, ShowsTheLastComponentOfTheFileName) {
+TEST_F(BaseDestinationTest, ShowsWhatFollowsTheLastSlashOfTheFileName) {
     hideColumns(*destination_);
     destination_->setShowFileName(true);
     const auto shown = [this](const char* fileName) {
@@ -87,6 +87,9 @@ TEST_F(BaseDestinationTest, ShowsTheLastComponentOfTheFileName) {
     EXPECT_EQ(shown("c.cpp"), "[c.cpp] > hello");
     EXPECT_EQ(shown("/größe.cpp"), "[größe.cpp] > hello");
     EXPECT_EQ(shown(""), "[] > hello");
+    EXPECT_EQ(shown("/a/b/"), "[] > hello");
+    EXPECT_EQ(shown("b/"), "[] > hello");
+    EXPECT_EQ(shown("/"), "[] > hello");
 }
 
 TEST_F(BaseDestinationTest, ShowsLineNumbersAtBothEndsOfTheirRange) {
@@ -190,6 +193,23 @@ TEST_F(BaseDestinationTest, PrefersTheNameOfAQueuesThreadToTheLabel) {
     });
     EXPECT_EQ(named, "[worker] > hello");
     EXPECT_EQ(unnamed, "[label] > hello") << "an empty name is none";
+}
+
+TEST_F(BaseDestinationTest, PrefersAQueuesThreadsNameThatIsTheBeginningOfTheLabel) {
+    const auto queue = DispatchQueue::make("network.io");
+    std::string unnamed;
+    std::string named;
+    std::string namedByPOSIX;
+    queue->sync([&] {
+        unnamed = threadLine();
+        setCurrentThreadName("network");
+        named = threadLine();
+        ::pthread_setname_np(::pthread_self(), "net");
+        namedByPOSIX = threadLine();
+    });
+    EXPECT_EQ(unnamed, "[network.io] > hello");
+    EXPECT_EQ(named, "[network] > hello");
+    EXPECT_EQ(namedByPOSIX, "[net] > hello");
 }
 
 TEST_F(BaseDestinationTest, NamesAThreadWithoutNameOrLabelByItsAddress) {

@@ -232,16 +232,82 @@ TEST_F(BaseQueuedDestinationTest, KeepsTheOrderOfEachThread) {
     EXPECT_EQ(next, std::vector<int>(threadCount, lineCount));
 }
 
-TEST_F(BaseQueuedDestinationTest, WritesAsItIsALineThatWasLoggedWithoutAnyFilterOrFormatter) {
+TEST_F(BaseQueuedDestinationTest, LooksFiltersAndFormattersUpWhenTheWorkRuns) {
     useQueue();
+    std::vector<LogDetails> seen;
     {
         const Gate gate(*queue_);
-        log_.info("one");
+        const std::string function = "a function";
+        log_.logln(Level::alert, SourceLocation(function, "/a/file.cpp", -3), UserInfo{{"key", 7}}, "one");
         destination_->setFormatters({{appending(" formatted")}});
+        destination_->setFilters({{filter([&seen](LogDetails& logDetails, std::string& /*message*/) {
+            seen.push_back(logDetails);
+            return logDetails.message == "two";
+        })}});
         log_.info("two");
+        log_.info("three");
     }
     queue_->drain();
-    EXPECT_THAT(destination_->lines(), ElementsAre("> one", "> two formatted"));
+    EXPECT_THAT(destination_->lines(), ElementsAre("> one formatted", "> three formatted"));
+    ASSERT_EQ(seen.size(), 3U);
+    EXPECT_EQ(seen[0].message, "one");
+    EXPECT_EQ(seen[0].level, Level::alert);
+    EXPECT_EQ(seen[0].functionName, "a function");
+    EXPECT_EQ(seen[0].fileName, "/a/file.cpp");
+    EXPECT_EQ(seen[0].lineNumber, -3);
+    EXPECT_EQ(std::any_cast<int>(seen[0].userInfo.at("key")), 7);
+    EXPECT_TRUE(seen[1].userInfo.empty());
+}
+
+TEST_F(BaseQueuedDestinationTest, KeepsARecordWhoseMessageIsNotTheEndOfTheLine) {
+    useQueue();
+    std::string message;
+    destination_->setFilters({{filter([&message](LogDetails& logDetails, std::string& /*message*/) {
+        message = logDetails.message;
+        return false;
+    })}});
+    LogDetails record{.level = Level::info, .message = "the message"};
+    std::string line = "another line";
+    destination_->output(record, line);
+    queue_->drain();
+    EXPECT_EQ(message, "the message");
+    EXPECT_THAT(destination_->lines(), ElementsAre("another line"));
+}
+
+TEST_F(BaseQueuedDestinationTest, BlocksAThreadThatLogsFasterThanTheQueueWrites) {
+    useQueue();
+    destination_->setMaxPendingBytes(1'000);
+    std::atomic<int> logged = 0;
+    std::thread logging;
+    {
+        const Gate gate(*queue_);
+        logging = std::thread([&] {
+            for (int i = 0; i < 1'000; ++i) {
+                log_.info("{}", i);
+                ++logged;
+            }
+        });
+        while (logged < 5) {
+            std::this_thread::yield();
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        EXPECT_LT(logged, 20);
+    }
+    logging.join();
+    queue_->drain();
+    EXPECT_EQ(destination_->lines().size(), 1'000U);
+}
+
+TEST_F(BaseQueuedDestinationTest, NeverBlocksATaskOfAQueue) {
+    useQueue();
+    destination_->setMaxPendingBytes(1);
+    queue_->sync([this] {
+        for (int i = 0; i < 100; ++i) {
+            log_.info("{}", i);
+        }
+    });
+    queue_->drain();
+    EXPECT_EQ(destination_->lines().size(), 100U);
 }
 
 TEST_F(BaseQueuedDestinationTest, WritesLinesOfEveryLength) {

@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <array>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>
@@ -6,10 +8,14 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <sys/ioctl.h>
+#include <sys/time.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
+#include <Velora_UserDefaults/Platform/Descriptor.h>
 #include <Velora_UserDefaults/Platform/DispatchQueue.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/ConsoleDestination.h>
 
@@ -160,6 +166,151 @@ TEST_F(ConsoleDestinationTest, IgnoresAnOutputThatTakesNothing) {
                   return logger_.recording->lines().size() == 3 ? 0 : 2;
               }),
               0);
+}
+
+/// Makes standard output a pipe of one page whose writing end is non-blocking, and reads it slowly on a thread.
+class SlowNonBlockingOutput {
+public:
+    SlowNonBlockingOutput() {
+        std::fflush(stdout);
+        EXPECT_EQ(::pipe2(ends_.data(), O_CLOEXEC), 0);
+        EXPECT_GT(::fcntl(ends_[1], F_SETPIPE_SZ, 4096), 0);
+        EXPECT_EQ(::fcntl(ends_[1], F_SETFL, O_NONBLOCK), 0);
+        ::dup2(ends_[1], STDOUT_FILENO);
+    }
+    SlowNonBlockingOutput(const SlowNonBlockingOutput&) = delete;
+    SlowNonBlockingOutput& operator=(const SlowNonBlockingOutput&) = delete;
+    ~SlowNonBlockingOutput() { static_cast<void>(finish()); }
+
+    void startReading() {
+        reader_ = std::thread([this] {
+            std::string block(4096, '\0');
+            ssize_t size = 0;
+            while ((size = retrying([&] { return ::read(ends_[0], block.data(), block.size()); })) > 0) {
+                bytes_.append(block, 0, static_cast<std::size_t>(size));
+                std::this_thread::sleep_for(std::chrono::microseconds(50));
+            }
+        });
+    }
+    /// Gives standard output back; returns all that came through the pipe.
+    std::string finish() {
+        if (standardOutput_ >= 0) {
+            ::dup2(standardOutput_, STDOUT_FILENO);
+            ::close(std::exchange(standardOutput_, -1));
+            ::close(ends_[1]);
+            if (reader_.joinable()) {
+                reader_.join();
+            }
+            ::close(ends_[0]);
+        }
+        return bytes_;
+    }
+    [[nodiscard]] int readingEnd() const { return ends_[0]; }
+
+private:
+    int standardOutput_ = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
+    std::array<int, 2> ends_{-1, -1};
+    std::thread reader_;
+    std::string bytes_;
+};
+
+/// What line `i` of a thread says: mostly short, some longer than the pipe.
+std::string sizedText(int i) {
+    constexpr int everyLong = 500;
+    return std::to_string(i) + std::string(static_cast<std::size_t>(i % everyLong == 0 ? 50'000 : i % 60), 'x');
+}
+
+TEST_F(ConsoleDestinationTest, WaitsForRoomInAPipeThatDoesNotBlock) {
+    SlowNonBlockingOutput output;
+    output.startReading();
+    constexpr int count = 20'000;
+    std::string expected;
+    for (int i = 0; i < count; ++i) {
+        if (i % 10 == 0) {
+            std::fputs("host\n", stdout);
+            expected += "host\n";
+        }
+        log_.info(sizedText(i));
+        expected += "> " + sizedText(i) + "\n";
+    }
+    const std::string bytes = output.finish();
+    EXPECT_EQ(std::ranges::count(bytes, '\n'), std::ranges::count(expected, '\n'));
+    EXPECT_TRUE(bytes == expected);
+}
+
+TEST_F(ConsoleDestinationTest, KeepsLinesWholeWhileSignalsInterruptTheWaitForRoom) {
+    struct sigaction before {};
+    struct sigaction interrupting {};
+    interrupting.sa_handler = [](int) {};  // without SA_RESTART
+    ASSERT_EQ(::sigaction(SIGALRM, &interrupting, &before), 0);
+    const itimerval often{.it_interval = {.tv_sec = 0, .tv_usec = 1'000}, .it_value = {.tv_sec = 0, .tv_usec = 1'000}};
+    ASSERT_EQ(::setitimer(ITIMER_REAL, &often, nullptr), 0);
+    SlowNonBlockingOutput output;
+    output.startReading();
+    constexpr int count = 2'000;
+    const auto logAll = [this](char name) {
+        for (int i = 0; i < count; ++i) {
+            log_.info(name + sizedText(i));
+        }
+    };
+    std::thread other(logAll, 'b');
+    logAll('a');
+    other.join();
+    const std::string bytes = output.finish();
+    constexpr itimerval never{};
+    ::setitimer(ITIMER_REAL, &never, nullptr);
+    ::sigaction(SIGALRM, &before, nullptr);
+    std::vector<std::string> lines = splitLines(bytes);
+    std::vector<std::string> expected;
+    for (const char name : {'a', 'b'}) {
+        for (int i = 0; i < count; ++i) {
+            expected.push_back(std::string("> ") + name + sizedText(i));
+        }
+    }
+    std::ranges::sort(lines);
+    std::ranges::sort(expected);
+    EXPECT_TRUE(lines == expected);
+}
+
+TEST_F(ConsoleDestinationTest, GivesUpOnceTheReaderOfAFullPipeHasGone) {
+    EXPECT_EQ(resultOfForkedChild([this] {
+                  ::signal(SIGPIPE, SIG_IGN);
+                  const SlowNonBlockingOutput output;
+                  std::thread other([&output] {
+                      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+                      ::close(output.readingEnd());
+                  });
+                  log_.info(std::string(100'000, 'x'));
+                  log_.info("lost as well");
+                  other.join();
+                  return 0;
+              }),
+              0);
+}
+
+TEST_F(ConsoleDestinationTest, PrintsInAChildForkedWhileAnotherThreadWaitsForRoom) {
+    SlowNonBlockingOutput output;
+    std::thread other([this] { log_.info(std::string(100'000, 'x')); });
+    int size = 0;
+    while (size == 0) {
+        ASSERT_EQ(::ioctl(output.readingEnd(), FIONREAD, &size), 0);
+    }
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+    EXPECT_EQ(resultOfForkedChild([&] {
+                  ::dup2(ends[1], STDOUT_FILENO);
+                  log_.info("child");
+                  return 0;
+              }),
+              0);
+    std::string bytes(100, '\0');
+    const ssize_t count = ::read(ends[0], bytes.data(), bytes.size());
+    EXPECT_EQ(bytes.substr(0, static_cast<std::size_t>(std::max<ssize_t>(count, 0))), "> child\n");
+    output.startReading();
+    other.join();
+    EXPECT_TRUE(output.finish() == "> " + std::string(100'000, 'x') + "\n");
+    ::close(ends[0]);
+    ::close(ends[1]);
 }
 
 TEST_F(ConsoleDestinationTest, DescribesItself) {

@@ -24,7 +24,6 @@
 
 #include "XCGLogger/Destinations/DestinationTestSupport.h"
 #include "support/ForkedChild.h"
-#include "support/ForksWithThreads.h"
 #include "support/OwnProcess.h"
 #include "support/RecordingDestination.h"
 #include "support/TemporaryFolder.h"
@@ -249,21 +248,21 @@ struct LogsWhenDestroyed {
     ~LogsWhenDestroyed() { logForEver().info("line of a static destructor"); }
 };
 
-TEST(AProcess, DISABLED_ThatReturnsFromMain) {
+TEST(ABufferingProcess, DISABLED_ThatReturnsFromMain) {
     logForEver().info("line 1");
 }
 
-TEST(AProcess, DISABLED_ThatExits) {
+TEST(ABufferingProcess, DISABLED_ThatExits) {
     logForEver().info("line 1");
     std::exit(0);
 }
 
-TEST(AProcess, DISABLED_ThatLogsInAStaticDestructor) {
+TEST(ABufferingProcess, DISABLED_ThatLogsInAStaticDestructor) {
     static const LogsWhenDestroyed last;
     logForEver().info("line 1");
 }
 
-TEST(AProcess, DISABLED_ThatIsKilled) {
+TEST(ABufferingProcess, DISABLED_ThatIsKilled) {
     for (int i = 0; i < 1'000; ++i) {
         logForEver().info("line {}", i);
     }
@@ -273,18 +272,18 @@ TEST(AProcess, DISABLED_ThatIsKilled) {
 TEST_F(FileDestinationBufferTest, IsWrittenWhenTheProcessEnds) {
     for (const char* const name : {"ThatReturnsFromMain", "ThatExits"}) {
         const std::string path = folder_ / name;
-        EXPECT_EQ(statusOfProcess(std::string("AProcess.DISABLED_") + name, path), 0);
+        EXPECT_EQ(statusOfProcess(std::string("ABufferingProcess.DISABLED_") + name, path), 0);
         EXPECT_THAT(logged(path), ElementsAre("> line 1"));
     }
 }
 
 TEST_F(FileDestinationBufferTest, HoldsNothingBackThatStaticDestructorsLog) {
-    EXPECT_EQ(statusOfProcess("AProcess.DISABLED_ThatLogsInAStaticDestructor", path_), 0);
+    EXPECT_EQ(statusOfProcess("ABufferingProcess.DISABLED_ThatLogsInAStaticDestructor", path_), 0);
     EXPECT_THAT(logged(path_), ElementsAre("> line 1", "> line of a static destructor"));
 }
 
 TEST_F(FileDestinationBufferTest, CostsAtMostItsCapacityWhenTheProcessIsKilled) {
-    EXPECT_EQ(statusOfProcess("AProcess.DISABLED_ThatIsKilled", path_), SIGKILL);
+    EXPECT_EQ(statusOfProcess("ABufferingProcess.DISABLED_ThatIsKilled", path_), SIGKILL);
     const std::vector<std::string> lines = logged(path_);
     constexpr std::size_t sizeOfALine = 11;  // "> line 999\n"
     EXPECT_LT((1'000 - lines.size()) * sizeOfALine, 100U);

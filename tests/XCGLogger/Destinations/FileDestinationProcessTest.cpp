@@ -20,7 +20,6 @@
 #include "XCGLogger/Destinations/DestinationTestSupport.h"
 #include "XCGLogger/Destinations/FileDestinationThreadsTestSupport.h"
 #include "support/ForkedChild.h"
-#include "support/ForksWithThreads.h"
 #include "support/OwnProcess.h"
 #include "support/RecordingDestination.h"
 #include "support/SharedNumber.h"

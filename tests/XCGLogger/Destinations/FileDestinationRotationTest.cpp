@@ -232,7 +232,7 @@ TEST_F(FileRotationTest, RotatesFromWorkOfItsOwnQueue) {
     const auto queue = DispatchQueue::make("file");
     file->setLogQueue(queue);
     log_.info("one");
-    queue->async([&] { EXPECT_EQ(rotate(*file, archive_), true); });
+    queue->sync([&] { EXPECT_EQ(rotate(*file, archive_), true); });
     log_.info("two");
     queue->drain();
     EXPECT_EQ(readFile(archive_), beginning() + "> one\n");

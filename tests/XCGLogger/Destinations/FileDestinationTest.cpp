@@ -417,7 +417,8 @@ TEST_F(FileDestinationTest, CallsTheClosureOfAFlushOnTheQueueAfterEverythingBefo
         EXPECT_TRUE(found.empty());
     }
     queue->drain();
-    EXPECT_THAT(found, ElementsAre(beginning() + "> one\n> two\n"));
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_TRUE(found[0].starts_with(beginning() + "> one\n> two\n")) << found[0];
     EXPECT_EQ(bytes(), beginning() + "> one\n> two\n> three\n");
 }
 

@@ -39,10 +39,11 @@ TEST_F(FileDestinationThreadsTest, WritesEveryQueuedLineToOneFileWhileAnotherThr
 }
 
 TEST_F(FileDestinationThreadsTest, RotatesWhileTheQueueHasNoRoom) {
-    const auto queue = DispatchQueue::make("small", 2);
+    const auto queue = DispatchQueue::make("small");
     const auto beside = logger_.addRecording<WritingDestination>("on the same queue");
     beside->setLogQueue(queue);
-    logWhileRotating(queue, 200);
+    beside->setMaxPendingBytes(1);
+    logWhileRotating(queue, 200, /*maxPendingBytes=*/1);
 }
 
 TEST_F(FileDestinationThreadsTest, BearsThatOtherThreadsFlushAndAskWhetherItIsOpen) {

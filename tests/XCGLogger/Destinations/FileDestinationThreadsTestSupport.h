@@ -96,9 +96,11 @@ protected:
     static constexpr int lineCount = 1'000;
 
     /// Logs on several threads while another one rotates and flushes.
-    void logWhileRotating(const std::shared_ptr<DispatchQueue>& queue, int lines = lineCount) {
+    void logWhileRotating(const std::shared_ptr<DispatchQueue>& queue, int lines = lineCount,
+                          std::size_t maxPendingBytes = 1'000'000) {
         const auto file = addFile();
         file->setLogQueue(queue);
+        file->setMaxPendingBytes(maxPendingBytes);
         std::atomic<bool> isDone = false;
         std::vector<std::string> files;
         std::thread rotating([&] { files = rotateUntil(isDone, *file, 200); });

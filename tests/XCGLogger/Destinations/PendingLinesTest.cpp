@@ -26,6 +26,10 @@ class PendingLinesTest : public testing::Test {
 protected:
     PendingLinesTest() { write(log_, "before\n"); }
 
+    /// All that is pending.
+    static std::string textOf(const PendingLines& lines) {
+        return std::string(lines.taken()) + std::string(lines.appended());
+    }
     static void write(const std::string& path, std::string_view text) {
         std::ofstream(path, std::ios::app | std::ios::binary) << text;
     }
@@ -41,8 +45,9 @@ protected:
         if (written) {
             auto handle = FileHandle::openForWriting(log_);
             ASSERT_TRUE(handle);
-            lines.willWrite(*handle, lines.size());
-            ASSERT_TRUE(handle->write(lines.text().substr(0, *written)));
+            const std::string_view taken = lines.take();
+            lines.willWrite(*handle, taken.size());
+            ASSERT_TRUE(handle->write(taken.substr(0, *written)));
         }
     }
     /// What is pending in the next process.
@@ -50,7 +55,7 @@ protected:
         PendingLines lines;
         const auto moved = lines.moveTo(path_, capacity, log_);
         EXPECT_TRUE(moved) << moved.error().description;
-        return std::string(lines.text());
+        return textOf(lines);
     }
 
     const TemporaryFolder folder_;
@@ -65,8 +70,9 @@ TEST_F(PendingLinesTest, WaitInMemoryAtFirst) {
     EXPECT_FALSE(lines.isMapped());
     EXPECT_TRUE(lines.append("line"));
     EXPECT_TRUE(lines.append(std::string(1'000'000, 'x')));
-    EXPECT_EQ(lines.text(), "line\n" + std::string(1'000'000, 'x') + "\n");
-    lines.clear();
+    EXPECT_EQ(textOf(lines), "line\n" + std::string(1'000'000, 'x') + "\n");
+    lines.take();
+    lines.finish();
     EXPECT_TRUE(lines.empty());
 }
 
@@ -82,11 +88,12 @@ TEST_F(PendingLinesTest, AreForgottenForGoodOnceTheyAreWritten) {
         ASSERT_TRUE(lines.moveTo(path_, capacity, log_));
         lines.append("line");
         EXPECT_EQ(lines.size(), 5U);
-        lines.clear();
+        EXPECT_EQ(lines.take(), "line\n");
+        lines.finish();
         EXPECT_TRUE(lines.empty());
         lines.append("next");
-        EXPECT_EQ(lines.text(), "next\n");
-        lines.clear();
+        EXPECT_EQ(lines.take(), "next\n");
+        lines.finish();
     }
     EXPECT_EQ(recovered(), "");
 }
@@ -125,8 +132,9 @@ TEST_F(PendingLinesTest, AreComparedWithTheLogHoweverManyTheyAre) {
         }
         auto handle = FileHandle::openForWriting(log_);
         ASSERT_TRUE(handle);
-        lines.willWrite(*handle, lines.size());
-        ASSERT_TRUE(handle->write(lines.text()));
+        const std::string_view taken = lines.take();
+        lines.willWrite(*handle, taken.size());
+        ASSERT_TRUE(handle->write(taken));
     }
     const auto sizeBefore = std::filesystem::file_size(log_);
     EXPECT_EQ(recovered().size(), 0U);
@@ -142,6 +150,30 @@ TEST_F(PendingLinesTest, AreFoundInALogThatWasRenamed) {
     EXPECT_EQ(readFile(log_), "a new log\n");
 }
 
+TEST_F(PendingLinesTest, AreFoundInALogThatWasMovedToAnotherFolder) {
+    std::filesystem::create_directory(folder_ / "old");
+    crash(6);
+    std::filesystem::rename(log_, folder_ / "old/app.log.1");
+    write(log_, "a new log\n");
+    EXPECT_EQ(recovered(), "three\n");
+    EXPECT_EQ(readFile(folder_ / "old/app.log.1"), "before\none\ntwo\n");
+}
+
+TEST_F(PendingLinesTest, AreInTwoTextsOfWhichOneIsBeingWritten) {
+    {
+        PendingLines lines;
+        ASSERT_TRUE(lines.moveTo(path_, capacity, log_));
+        lines.append("one");
+        lines.append("two");
+        const auto handle = FileHandle::openForWriting(log_);
+        lines.willWrite(*handle, lines.take().size());
+        lines.append("three");
+        write(log_, "one\nt");
+    }
+    EXPECT_EQ(recovered(), "three\n");
+    EXPECT_EQ(readFile(log_), "before\none\ntwo\n");
+}
+
 TEST_F(PendingLinesTest, AreAllPendingIfTheLogIsGone) {
     crash(6);
     std::filesystem::remove(log_);
@@ -155,7 +187,7 @@ TEST_F(PendingLinesTest, AreFoundBehindWhatAnotherProcessAppended) {
         lines.append("one");
         lines.append("two");
         auto handle = FileHandle::openForWriting(log_);
-        lines.willWrite(*handle, lines.size());
+        lines.willWrite(*handle, lines.take().size());
         write(log_, "another's\n");
         ASSERT_TRUE(handle->write("one\n"));
         write(log_, "another's\n");
@@ -177,8 +209,9 @@ TEST_F(PendingLinesTest, AreNotTheOnesBeforeThoseThatAreBeingWritten) {
         lines.append("lost on a full disk");
         lines.append("next");
         const auto handle = FileHandle::openForWriting(log_);
+        lines.take();
         lines.willWrite(*handle, 5);
-        EXPECT_EQ(lines.text(), "next\n");
+        EXPECT_EQ(lines.taken(), "next\n");
     }
     EXPECT_EQ(recovered(), "next\n");
 }
@@ -190,8 +223,12 @@ TEST_F(PendingLinesTest, AreRefusedWithoutRoom) {
     EXPECT_FALSE(lines.append("four"));
     EXPECT_TRUE(lines.append("two"));
     EXPECT_FALSE(lines.append(""));
-    EXPECT_EQ(lines.text(), "one\ntwo\n");
-    lines.clear();
+    EXPECT_EQ(lines.take(), "one\ntwo\n");
+    EXPECT_TRUE(lines.append("three")) << "while those are written";
+    EXPECT_EQ(lines.take(), "one\ntwo\n") << "until they are";
+    lines.finish();
+    EXPECT_EQ(lines.take(), "three\n");
+    lines.finish();
     EXPECT_FALSE(lines.append("too long for all"));
 }
 
@@ -199,7 +236,7 @@ TEST_F(PendingLinesTest, KeepTheirRoomIfTheNextProcessAsksForLess) {
     crash();
     PendingLines lines;
     ASSERT_TRUE(lines.moveTo(path_, 1, log_));
-    EXPECT_EQ(lines.text(), all_);
+    EXPECT_EQ(textOf(lines), all_);
     EXPECT_TRUE(lines.append("four"));
 }
 
@@ -207,8 +244,11 @@ TEST_F(PendingLinesTest, GetMoreRoomIfTheNextProcessAsksForIt) {
     crash();
     PendingLines lines;
     ASSERT_TRUE(lines.moveTo(path_, 100'000, log_));
+    EXPECT_FALSE(lines.append(std::string(50'000, 'x'))) << "not before those are written that wait";
+    EXPECT_EQ(lines.take(), all_);
+    lines.finish();
     EXPECT_TRUE(lines.append(std::string(50'000, 'x')));
-    EXPECT_EQ(lines.text(), all_ + std::string(50'000, 'x') + "\n");
+    EXPECT_EQ(textOf(lines), std::string(50'000, 'x') + "\n");
 }
 
 TEST_F(PendingLinesTest, LeaveAnotherKindOfFileAlone) {
@@ -242,10 +282,10 @@ TEST_F(PendingLinesTest, StayTheParentsInAForkedChild) {
     lines.append("the parent's");
     EXPECT_EQ(resultOfForkedChild([&] {
                   lines.append("the child's");
-                  return !lines.isMapped() && lines.text() == "the child's\n" ? 0 : 1;
+                  return !lines.isMapped() && textOf(lines) == "the child's\n" ? 0 : 1;
               }),
               0);
-    EXPECT_EQ(lines.text(), "the parent's\n");
+    EXPECT_EQ(textOf(lines), "the parent's\n");
 }
 
 TEST_F(PendingLinesTest, AreForTheUserAlone) {
@@ -277,8 +317,8 @@ void damage(const std::string& path, std::streamoff place, std::uint64_t value) 
 }
 
 TEST_F(PendingLinesTest, AreGoneIfTheFileIsDamaged) {
-    constexpr std::streamoff begin = 16;
-    constexpr std::streamoff end = 24;
+    constexpr std::streamoff begin = 32;
+    constexpr std::streamoff end = 40;
     for (const std::uint64_t value : {std::uint64_t{5'000}, ~std::uint64_t{0}}) {
         for (const std::streamoff place : {begin, end}) {
             std::filesystem::remove(path_);
@@ -291,7 +331,7 @@ TEST_F(PendingLinesTest, AreGoneIfTheFileIsDamaged) {
 
 TEST_F(PendingLinesTest, EndWithTheLastWholeLine) {
     crash();
-    damage(path_, 24, all_.size() - 1);
+    damage(path_, 40, all_.size() - 1);
     EXPECT_EQ(recovered(), "one\ntwo\n");
 }
 

@@ -39,6 +39,8 @@ TEST(FilterItems, CopyAnyRangeOfText) {
     EXPECT_THAT(listed(texts), ElementsAre("b", "a"));
     EXPECT_THAT(listed(views), ElementsAre("d", "c"));
     EXPECT_THAT(listed(pointers), ElementsAre("f", "e"));
+    EXPECT_THAT(listed(IncludeFrom(views)), ElementsAre("d", "c"));
+    EXPECT_THAT(listed(ExcludeFrom(views)), ElementsAre("d", "c"));
     EXPECT_THAT(texts, ElementsAre("b", "a"));
 }
 

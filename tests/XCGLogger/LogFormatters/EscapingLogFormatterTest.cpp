@@ -14,7 +14,6 @@
 #include <Velora_UserDefaults/XCGLogger/LogFormatters/EscapingLogFormatter.h>
 
 #include "XCGLogger/LogFormatters/FormatterTestSupport.h"
-#include "support/CountingAllocations.h"
 #include "support/RecordingDestination.h"
 #include "support/TemporaryFolder.h"
 
@@ -150,15 +149,6 @@ TEST(EscapingLogFormatter, CanBeUndoneByteForByteAndGivesOneLineOfUTF8) {
         ASSERT_TRUE(isValidUTF8(line));
         ASSERT_EQ(line.find_first_of("\n\r\x1b"), std::string::npos);
     }
-}
-
-TEST(EscapingLogFormatter, OnlyLooksAtALineWithNothingToEscape) {
-    const auto formatter = make<EscapingLogFormatter>();
-    LogDetails details;
-    std::string message = "2024-03-01 15:45:02.123 [Info] grüße 日本語, " + std::string(1'000, 'x');
-    const char* const before = message.data();
-    EXPECT_EQ(allocationsOf([&] { formatter->format(details, message); }).all, 0U);
-    EXPECT_EQ(message.data(), before);
 }
 
 TEST(EscapingLogFormatter, LetsAFileHaveOneLineForEachMessage) {

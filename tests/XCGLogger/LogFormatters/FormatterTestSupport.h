@@ -12,6 +12,7 @@ inline std::string formatted(LogFormatterProtocol& formatter, Level level, std::
     LogDetails details{.level = level, .message = "the record's"};
     const std::string& returned = formatter.format(details, line);
     EXPECT_EQ(&returned, &line);
+    EXPECT_EQ(details.level, level);
     EXPECT_EQ(details.message, "the record's");
     return line;
 }

@@ -147,17 +147,14 @@ TEST(JSONText, WritesNestedUserInfoAndMapsAsObjects) {
     EXPECT_EQ(value(std::unordered_map<std::string, bool>{{"k", true}}), R"({"k":true})");
 }
 
-TEST(JSONText, LeavesOutWhatIsNestedWithoutEnd) {
+TEST(JSONText, LeavesOutWhatIsNestedTooDeep) {
     std::any nested = std::string("innermost");
-    for (int depth = 0; depth < 100'000; ++depth) {
+    for (int depth = 0; depth < 200; ++depth) {
         std::vector<std::any> list;
         list.push_back(std::move(nested));
         nested = std::move(list);
         if (depth == 60) {
             EXPECT_NE(value(nested).find("innermost"), std::string::npos);
-        }
-        if (depth > 200) {
-            break;
         }
     }
     EXPECT_TRUE(nlohmann::json::accept(value(nested)));

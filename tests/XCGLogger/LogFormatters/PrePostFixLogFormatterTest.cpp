@@ -55,19 +55,6 @@ TEST(PrePostFixLogFormatter, SetsBothTextsForEveryLevel) {
     }
 }
 
-TEST(PrePostFixLogFormatter, RemovesAnAbsentTextOfEveryLevel) {
-    const auto formatter = make<PrePostFixLogFormatter>();
-    formatter->apply("<", ">");
-    formatter->apply("[");
-    for (const Level level : Levels::allCases) {
-        EXPECT_EQ(formatted(*formatter, level), "[hi");
-    }
-    formatter->apply(std::nullopt, "]");
-    for (const Level level : Levels::allCases) {
-        EXPECT_EQ(formatted(*formatter, level), "hi]");
-    }
-}
-
 TEST(PrePostFixLogFormatter, RemovesAllTextsIfThereIsNeitherTextNorLevel) {
     const auto formatter = make<PrePostFixLogFormatter>();
     formatter->apply("<", ">");
@@ -77,28 +64,15 @@ TEST(PrePostFixLogFormatter, RemovesAllTextsIfThereIsNeitherTextNorLevel) {
     }
 }
 
-TEST(PrePostFixLogFormatter, RemovesAllTextsWhenCleared) {
-    const auto formatter = make<PrePostFixLogFormatter>();
-    formatter->apply("<", ">");
-    formatter->clearFormatting();
-    EXPECT_EQ(formatted(*formatter, Level::info), "hi");
-}
-
-TEST(PrePostFixLogFormatter, TellsAnEmptyTextFromNone) {
-    const auto formatter = make<PrePostFixLogFormatter>();
-    formatter->apply("", std::nullopt, Level::verbose);
-    EXPECT_EQ(formatted(*formatter, Level::verbose), "hi");
-    EXPECT_THAT(formatter->debugDescription(), StartsWith("PrePostFixLogFormatter: \n\t- Verbose >  | None\n"));
-}
-
 TEST(PrePostFixLogFormatter, DescribesTheTextsOfEachLevel) {
     const auto formatter = make<PrePostFixLogFormatter>();
+    formatter->apply("", std::nullopt, Level::verbose);
     formatter->apply(">>> ", " <<<", Level::error);
     formatter->apply("!", std::nullopt, Level::alert);
     formatter->apply(std::nullopt, ".", Level::none);
     EXPECT_EQ(formatter->debugDescription(),
               "PrePostFixLogFormatter: "
-              "\n\t- Verbose > None | None"
+              "\n\t- Verbose >  | None"
               "\n\t- Debug > None | None"
               "\n\t- Info > None | None"
               "\n\t- Notice > None | None"
@@ -108,21 +82,6 @@ TEST(PrePostFixLogFormatter, DescribesTheTextsOfEachLevel) {
               "\n\t- Alert > ! | None"
               "\n\t- Emergency > None | None"
               "\n\t- None > None | .");
-}
-
-TEST(PrePostFixLogFormatter, DescribesEveryLevelWithoutTexts) {
-    EXPECT_EQ(make<PrePostFixLogFormatter>()->debugDescription(),
-              "PrePostFixLogFormatter: "
-              "\n\t- Verbose > None | None"
-              "\n\t- Debug > None | None"
-              "\n\t- Info > None | None"
-              "\n\t- Notice > None | None"
-              "\n\t- Warning > None | None"
-              "\n\t- Error > None | None"
-              "\n\t- Severe > None | None"
-              "\n\t- Alert > None | None"
-              "\n\t- Emergency > None | None"
-              "\n\t- None > None | None");
 }
 
 class RecordingFormatter : public PrePostFixLogFormatter {

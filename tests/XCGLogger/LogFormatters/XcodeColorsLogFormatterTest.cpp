@@ -12,8 +12,6 @@ namespace velora::test {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
 
 static_assert(!std::is_default_constructible_v<XcodeColorsLogFormatter>);
 
@@ -127,19 +125,6 @@ TEST(XcodeColorsLogFormatter, ColorsTheSevenLevelsInOrderByAnOverride) {
     formatter->levels.clear();
     formatter->clearFormatting();
     EXPECT_THAT(formatter->levels, theSeven);
-}
-
-class PlainFormatter : public XcodeColorsLogFormatter {
-public:
-    using XcodeColorsLogFormatter::XcodeColorsLogFormatter;
-    void resetFormatting() override {}
-};
-
-TEST(XcodeColorsLogFormatter, StartsWithTheSchemeOfASubclass) {
-    const auto formatter = make<PlainFormatter>();
-    EXPECT_TRUE(formatter->formatStrings().empty());
-    EXPECT_EQ(formatted(*formatter, Level::error), "\x1b[;hi\x1b[;");
-    EXPECT_THAT(formatter->debugDescription(), StartsWith("PlainFormatter: \n\t- Verbose > None\n"));
 }
 
 }  // namespace
