@@ -61,13 +61,21 @@ fuzz: ## Run the fuzz targets; FUZZ_SECONDS=60 for each target, FUZZ_TARGETS=URL
 	@cmake --build --preset fuzz
 	@scripts/fuzz.sh $(if $(FUZZ_SECONDS),--seconds $(FUZZ_SECONDS)) $(FUZZ_TARGETS)
 
-# Configured each time: packages of peers may have come or gone.
+# Configured each time: packages of peers may have come or gone. To try them, they are built with what `make` has built.
 bench: ## Measure the library beside its peers: table, results.json, results.svg; BENCH_QUICK=1 only tries it
 	@$(install-packages) build bench
 	@mkdir -p build
+ifeq ($(BENCH_QUICK),)
 	@cmake --preset bench >build/bench-configuring.txt || { cat build/bench-configuring.txt; exit 1; }
 	@cmake --build --preset bench --target benchmarks
-	@/usr/bin/python3 -B benchmarks/report.py build/bench $(if $(BENCH_QUICK),--quick) $(BENCH_ARGUMENTS)
+	@/usr/bin/python3 -B benchmarks/report.py build/bench $(BENCH_ARGUMENTS)
+else
+	@$(configure-release)
+	@cmake --preset release -DVELORA_BUILD_BENCHMARKS=ON >build/bench-configuring.txt || { cat build/bench-configuring.txt; exit 1; }
+	@cmake --build --preset release --target benchmarks
+	@/usr/bin/python3 -B benchmarks/report.py build/release --quick $(BENCH_ARGUMENTS)
+	@cmake --preset release -DVELORA_BUILD_BENCHMARKS=OFF >build/bench-configuring.txt
+endif
 
 docs: ## Write the guide and the reference of the public headers to build/docs/html
 	@$(install-packages) build docs
@@ -89,11 +97,19 @@ install: ## Install the library and its tools into PREFIX (/usr/local), below DE
 packages: ## Make Debian packages of the library, its headers and its tools in build/packages
 	@$(install-packages) build package
 	@rm -f build/packages/*.deb
-	@$(if $(PACKAGES_QUICK),,CXXFLAGS="$$(dpkg-buildflags --get CPPFLAGS) $$(dpkg-buildflags --get CXXFLAGS)" \
-		LDFLAGS="$$(dpkg-buildflags --get LDFLAGS)") \
-		cmake --fresh --preset packages -DCMAKE_DISABLE_PRECOMPILE_HEADERS=$(if $(PACKAGES_QUICK),OFF,ON)
+ifeq ($(PACKAGES_QUICK),)
+	@CXXFLAGS="$$(dpkg-buildflags --get CPPFLAGS) $$(dpkg-buildflags --get CXXFLAGS)" \
+		LDFLAGS="$$(dpkg-buildflags --get LDFLAGS)" \
+		cmake --fresh --preset packages -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON
 	@cmake --build --preset packages
 	@cd build/packages && cpack --config CPackConfig.cmake
+else
+	@$(configure-release)
+	@cmake --preset release -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_SKIP_INSTALL_RPATH=ON >build/packages.txt
+	@cmake --build --preset release
+	@cpack --config build/release/CPackConfig.cmake -B build/packages
+	@cmake --preset release -DCMAKE_INSTALL_PREFIX=/usr/local -DCMAKE_SKIP_INSTALL_RPATH=OFF >build/packages.txt
+endif
 	@ls build/packages/*.deb
 
 abi-update: ## Accept the library's binary interface as it is now: what later versions are compared with

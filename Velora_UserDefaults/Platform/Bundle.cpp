@@ -8,6 +8,7 @@
 
 #include <Velora_UserDefaults/Platform/Bundle.h>
 #include <Velora_UserDefaults/Platform/ForkHandlers.h>
+#include <Velora_UserDefaults/Platform/Lazy.h>
 
 namespace velora {
 
@@ -52,8 +53,8 @@ Bundle::~Bundle() = default;
 
 Bundle& Bundle::main() {
     // Never destroyed: destructors of static objects may still ask.
-    static Bundle& bundle = *new Bundle;
-    return bundle;
+    static constinit Lazy<Bundle> bundle;
+    return bundle.get([] { return new Bundle; });
 }
 
 void Bundle::setInfo(std::string_view key, std::any value) {

@@ -9,6 +9,7 @@
 #include <Velora_UserDefaults/Platform/DefaultsStoreEngine.h>
 #include <Velora_UserDefaults/Platform/FileContents.h>
 #include <Velora_UserDefaults/Platform/FileManager.h>
+#include <Velora_UserDefaults/Platform/Lazy.h>
 #include <Velora_UserDefaults/Platform/OwnFolder.h>
 #include <Velora_UserDefaults/Platform/Text.h>
 
@@ -51,15 +52,15 @@ bool import(DefaultsStoreEngine& engine, std::string_view json, std::string_view
 
 DefaultsStore& DefaultsStore::standard() {
     // Never destroyed: destructors of static objects, and threads that outlive main, may still ask for a preference.
-    static DefaultsStore& store = []() -> DefaultsStore& {
+    static constinit Lazy<DefaultsStore> store;
+    return store.get([] {
         const std::string path = standardPath();
         auto* opened = new DefaultsStore(path);
         if (path.empty()) {
             opened->engine_->report("Preferences: there is no home folder; values live in memory only.");
         }
-        return *opened;
-    }();
-    return store;
+        return opened;
+    });
 }
 
 std::string DefaultsStore::standardPath() {

@@ -2,6 +2,7 @@
 #include <filesystem>
 #include <unistd.h>
 
+#include <Velora_UserDefaults/Platform/Lazy.h>
 #include <Velora_UserDefaults/Platform/ProcessInfo.h>
 
 namespace velora {
@@ -21,8 +22,8 @@ std::string findProcessName() {
 
 const std::string& processName() {
     // Never destroyed: the last log lines are written by destructors of static objects.
-    static const std::string& name = *new std::string(findProcessName());
-    return name;
+    static constinit Lazy<const std::string> name;
+    return name.get([] { return new std::string(findProcessName()); });
 }
 
 pid_t processIdentifier() {

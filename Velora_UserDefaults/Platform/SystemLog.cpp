@@ -26,11 +26,12 @@ void releaseLock(void* /*context*/) {
     syslogLock.unlock();
 }
 
+// Registered before there are threads that could fork; never destroyed, since the last messages come from destructors
+// of static objects.
+[[maybe_unused]] const ForkHandler& atFork =
+    *new ForkHandler({.beforeFork = takeLock, .inParent = releaseLock, .inChild = releaseLock}, nullptr);
+
 void sendEntry(std::string_view entry) {
-    // Never destroyed: the last messages come from destructors of static objects.
-    static const ForkHandler& atFork =
-        *new ForkHandler({.beforeFork = takeLock, .inParent = releaseLock, .inChild = releaseLock}, nullptr);
-    static_cast<void>(atFork);
     const std::scoped_lock locked(syslogLock);
     const StandardStreamsInUse inUse;  // it opens the log's socket and keeps it
     ::syslog(LOG_USER | LOG_NOTICE, "%.*s", static_cast<int>(entry.size()), entry.data());

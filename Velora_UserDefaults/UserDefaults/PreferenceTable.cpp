@@ -1,5 +1,6 @@
 #include <vector>
 
+#include <Velora_UserDefaults/Platform/Lazy.h>
 #include <Velora_UserDefaults/UserDefaults/PreferenceTable.h>
 
 namespace velora {
@@ -101,14 +102,15 @@ const std::array<PreferenceEntry, preferenceCount>& preferenceTable() {
 }
 
 const DefaultsStore::Key& preferenceKey(Preference preference) {
-    static const std::vector<DefaultsStore::Key>& keys = *[] {
+    static constinit Lazy<const std::vector<DefaultsStore::Key>> shared;
+    const std::vector<DefaultsStore::Key>& keys = shared.get([] {
         auto* made = new std::vector<DefaultsStore::Key>;
         made->reserve(table.size());
         for (const PreferenceEntry& entry : table) {
             made->push_back(DefaultsStore::Key::slot(entry.key));
         }
         return made;
-    }();
+    });
     return keys[static_cast<std::size_t>(preference)];
 }
 

@@ -1,3 +1,4 @@
+#include <Velora_UserDefaults/Platform/Lazy.h>
 #include <Velora_UserDefaults/XCGLogger/Constants.h>
 #include <Velora_UserDefaults/XCGLogger/InternalUserInfo.h>
 
@@ -5,8 +6,8 @@ namespace velora {
 
 const UserInfo& internalUserInfo() {
     // Never destroyed: a static destructor may still log.
-    static const UserInfo& shared = *new UserInfo{{std::string(Constants::userInfoKeyInternal), true}};
-    return shared;
+    static constinit Lazy<const UserInfo> shared;
+    return shared.get([] { return new UserInfo{{std::string(Constants::userInfoKeyInternal), true}}; });
 }
 
 bool isInternal(const UserInfo& userInfo) {

@@ -9,6 +9,7 @@
 #include <Velora_UserDefaults/Platform/Date.h>
 #include <Velora_UserDefaults/Platform/DateFormatter.h>
 #include <Velora_UserDefaults/Platform/DispatchQueue.h>
+#include <Velora_UserDefaults/Platform/Lazy.h>
 #include <Velora_UserDefaults/Platform/ProcessInfo.h>
 #include <Velora_UserDefaults/Platform/Reused.h>
 #include <Velora_UserDefaults/Platform/TypeName.h>
@@ -198,15 +199,23 @@ void XCGLogger::finishMaking() {
 
 const std::shared_ptr<XCGLogger>& XCGLogger::defaultInstance() {
     // Never destroyed: a static destructor may still log.
-    static const auto& shared =
-        *new const std::shared_ptr<XCGLogger>(make<XCGLogger>(std::string(Constants::defaultInstanceIdentifier), true));
-    return shared;
+    // Its destinations and it hold each other; one that another thread was faster than lets go of them.
+    struct Instance {
+        const std::shared_ptr<XCGLogger> log = make<XCGLogger>(std::string(Constants::defaultInstanceIdentifier), true);
+        ~Instance() {
+            while (!log->destinations().empty() && log->remove(log->destinations().back())) {
+            }
+        }
+    };
+    static constinit Lazy<const Instance> shared;
+    return shared.get([] { return new Instance; }).log;
 }
 
 const std::shared_ptr<DispatchQueue>& XCGLogger::logQueue() {
-    static const auto& shared =
-        *new const std::shared_ptr<DispatchQueue>(DispatchQueue::make(std::string(Constants::logQueueIdentifier)));
-    return shared;
+    static constinit Lazy<const std::shared_ptr<DispatchQueue>> shared;
+    return shared.get([] {
+        return new std::shared_ptr<DispatchQueue>(DispatchQueue::make(std::string(Constants::logQueueIdentifier)));
+    });
 }
 
 void XCGLogger::setOutputLevel(Level level) {
@@ -220,9 +229,9 @@ const std::shared_ptr<const DateFormatter>& XCGLogger::dateFormatter() const {
     if (customDateFormatter_) {
         return customDateFormatter_;
     }
-    static const auto& standard = *new const std::shared_ptr<const DateFormatter>(
-        std::make_shared<const DateFormatter>("yyyy-MM-dd HH:mm:ss.SSS"));
-    return standard;
+    static constinit Lazy<const std::shared_ptr<const DateFormatter>> standard;
+    return standard.get(
+        [] { return new std::shared_ptr<const DateFormatter>(new const DateFormatter("yyyy-MM-dd HH:mm:ss.SSS")); });
 }
 
 void XCGLogger::setDateFormatter(std::shared_ptr<const DateFormatter> formatter) {

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include <Velora_UserDefaults/Platform/ForkHandlers.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/BaseDestination.h>
 #include <Velora_UserDefaults/XCGLogger/XCGLogger.h>
 
@@ -44,7 +45,7 @@ public:
     }
 
 private:
-    mutable std::mutex lock_;
+    mutable ForkSafeMutex lock_;
     std::vector<std::string> lines_;
     std::vector<LogDetails> records_;
 };

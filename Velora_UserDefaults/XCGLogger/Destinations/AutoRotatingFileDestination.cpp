@@ -12,6 +12,7 @@
 #include <Velora_UserDefaults/Platform/FatalError.h>
 #include <Velora_UserDefaults/Platform/FileManager.h>
 #include <Velora_UserDefaults/Platform/FileMove.h>
+#include <Velora_UserDefaults/Platform/Lazy.h>
 #include <Velora_UserDefaults/Platform/OwnFolder.h>
 #include <Velora_UserDefaults/Platform/Text.h>
 #include <Velora_UserDefaults/XCGLogger/Destinations/ArchivedLogFile.h>
@@ -209,9 +210,9 @@ const std::shared_ptr<const DateFormatter>& AutoRotatingFileDestination::archive
     if (customArchiveSuffixDateFormatter_) {
         return customArchiveSuffixDateFormatter_;
     }
-    static const auto& standard =
-        *new const std::shared_ptr<const DateFormatter>(std::make_shared<const DateFormatter>("_yyyy-MM-dd_HHmmss"));
-    return standard;
+    static constinit Lazy<const std::shared_ptr<const DateFormatter>> standard;
+    return standard.get(
+        [] { return new std::shared_ptr<const DateFormatter>(new const DateFormatter("_yyyy-MM-dd_HHmmss")); });
 }
 
 void AutoRotatingFileDestination::setArchiveSuffixDateFormatter(std::shared_ptr<const DateFormatter> formatter) {

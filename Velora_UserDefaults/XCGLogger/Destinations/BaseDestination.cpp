@@ -8,6 +8,7 @@
 #include <Velora_UserDefaults/Platform/DateFormatter.h>
 #include <Velora_UserDefaults/Platform/DispatchQueue.h>
 #include <Velora_UserDefaults/Platform/FatalError.h>
+#include <Velora_UserDefaults/Platform/Lazy.h>
 #include <Velora_UserDefaults/Platform/Reused.h>
 #include <Velora_UserDefaults/Platform/Text.h>
 #include <Velora_UserDefaults/Platform/TextWriter.h>
@@ -95,8 +96,9 @@ void appendPlace(std::string_view fileName, bool showFileName, const std::int64_
     if (formatter != nullptr) {
         formatter->append(date, text);
     } else {
-        static const DateFormatter& complete = *new DateFormatter("yyyy-MM-dd HH:mm:ss Z", "en_US_POSIX", "UTC");
-        complete.append(date, text);
+        static constinit Lazy<const DateFormatter> complete;
+        complete.get([] { return new DateFormatter("yyyy-MM-dd HH:mm:ss Z", "en_US_POSIX", "UTC"); })
+            .append(date, text);
     }
     return text;
 }

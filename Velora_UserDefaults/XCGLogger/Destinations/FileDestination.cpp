@@ -27,6 +27,7 @@ constexpr std::size_t maximumGatheredBytes = 65'536;
 /// The destinations that hold lines back, to be told when the process exits. Never destroyed: a static destructor
 /// may still log.
 struct BufferedFiles {
+    std::atomic<bool> isRegistered = false;
     std::atomic<bool> isExiting = false;
     ForkSafeMutex mutex;
     std::vector<std::weak_ptr<BaseDestination>> files;
@@ -36,6 +37,9 @@ struct BufferedFiles {
         return shared;
     }
 };
+
+// Made before there are threads that could fork.
+[[maybe_unused]] const BufferedFiles& madeAtTheStart = BufferedFiles::instance();
 
 std::string_view withoutLineFeeds(std::string_view line) {
     while (line.ends_with('\n')) {
@@ -111,9 +115,10 @@ std::size_t FileDestination::writeBufferCapacity() const {
 
 void FileDestination::setWriteBufferCapacity(std::size_t capacity) {
     if (capacity > 0) {
-        static const int registered = std::atexit(stopHoldingLinesBack);
-        static_cast<void>(registered);
         BufferedFiles& buffered = BufferedFiles::instance();
+        if (!buffered.isRegistered.exchange(true)) {
+            std::atexit(stopHoldingLinesBack);
+        }
         std::weak_ptr<BaseDestination> self = weak_from_this();
         const std::scoped_lock lock(buffered.mutex);
         std::erase_if(buffered.files, [](const auto& known) { return known.expired(); });
