@@ -47,7 +47,7 @@ void write(const std::string& path, std::string_view text) {
 std::string recovered() {
     PendingLines lines;
     require(lines.moveTo(pendingPath(), capacity, logPath()).operator bool(), "the file can be opened");
-    return std::string(lines.text());
+    return std::string(lines.taken()).append(lines.appended());
 }
 
 /// As the next process finds it, and the one after that, if the next does not come to write anything.
@@ -72,10 +72,10 @@ void checkKilled(std::size_t written, std::string_view text) {
                 all += line + "\n";
             }
         }
-        requireEqual(lines.text(), all, "what is pending");
         if (all.empty()) {
             return;
         }
+        requireEqual(lines.take(), all, "what is pending");
         auto handle = FileHandle::openForWriting(logPath());
         require(handle.operator bool(), "the log can be opened");
         lines.willWrite(*handle, all.size());
@@ -90,9 +90,11 @@ void checkKilled(std::size_t written, std::string_view text) {
 void checkDamaged(Input& input) {
     {
         std::ofstream file(pendingPath(), std::ios::binary);
-        file << "Velora pending 1";
+        file << "Velora pending 2";
+        // Capacity, which text is appended to, and of each where it begins, ends and was being written.
+        constexpr int numbersOfHeader = 12;
         std::uint64_t numbers = 0;
-        for (int count = 0; count < 5; ++count) {
+        for (int count = 0; count < numbersOfHeader; ++count) {
             numbers = input.word();
             file.write(reinterpret_cast<const char*>(&numbers), sizeof numbers);
         }

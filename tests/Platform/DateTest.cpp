@@ -11,7 +11,7 @@
 namespace velora::test {
 namespace {
 
-Date dateAt(std::int64_t nanoseconds) {
+Date dateOfSecond(std::int64_t nanoseconds) {
     return Date(std::chrono::nanoseconds(nanoseconds));
 }
 
@@ -24,15 +24,15 @@ TEST(CurrentDate, LiesBetweenTwoReadingsOfTheSystemClock) {
 }
 
 TEST(SecondsSince1970, HasTheFractionOfTheSecond) {
-    EXPECT_EQ(secondsSince1970(dateAt(0)), 0.0);
-    EXPECT_EQ(secondsSince1970(dateAt(1'700'000'000'500'000'000)), 1700000000.5);
-    EXPECT_EQ(secondsSince1970(dateAt(1'700'000'000'123'456'000)), 1700000000.123456);
-    EXPECT_EQ(secondsSince1970(dateAt(1)), 1e-9);
+    EXPECT_EQ(secondsSince1970(dateOfSecond(0)), 0.0);
+    EXPECT_EQ(secondsSince1970(dateOfSecond(1'700'000'000'500'000'000)), 1700000000.5);
+    EXPECT_EQ(secondsSince1970(dateOfSecond(1'700'000'000'123'456'000)), 1700000000.123456);
+    EXPECT_EQ(secondsSince1970(dateOfSecond(1)), 1e-9);
 }
 
 TEST(SecondsSince1970, IsNegativeBefore1970) {
-    EXPECT_EQ(secondsSince1970(dateAt(-500'000'000)), -0.5);
-    EXPECT_EQ(secondsSince1970(dateAt(-1'250'000'000)), -1.25);
+    EXPECT_EQ(secondsSince1970(dateOfSecond(-500'000'000)), -0.5);
+    EXPECT_EQ(secondsSince1970(dateOfSecond(-1'250'000'000)), -1.25);
 }
 
 TEST(SecondsSince1970, ReachesToBothEnds) {
@@ -41,12 +41,12 @@ TEST(SecondsSince1970, ReachesToBothEnds) {
 }
 
 TEST(DateFromSecondsSince1970, IsNearestToTheNanosecond) {
-    EXPECT_EQ(dateFromSecondsSince1970(0), dateAt(0));
-    EXPECT_EQ(dateFromSecondsSince1970(1.5), dateAt(1'500'000'000));
-    EXPECT_EQ(dateFromSecondsSince1970(-0.25), dateAt(-250'000'000));
-    EXPECT_EQ(dateFromSecondsSince1970(1e-9), dateAt(1));
-    EXPECT_EQ(dateFromSecondsSince1970(1.6e-9), dateAt(2));
-    EXPECT_EQ(dateFromSecondsSince1970(0.9999999999), dateAt(1'000'000'000));
+    EXPECT_EQ(dateFromSecondsSince1970(0), dateOfSecond(0));
+    EXPECT_EQ(dateFromSecondsSince1970(1.5), dateOfSecond(1'500'000'000));
+    EXPECT_EQ(dateFromSecondsSince1970(-0.25), dateOfSecond(-250'000'000));
+    EXPECT_EQ(dateFromSecondsSince1970(1e-9), dateOfSecond(1));
+    EXPECT_EQ(dateFromSecondsSince1970(1.6e-9), dateOfSecond(2));
+    EXPECT_EQ(dateFromSecondsSince1970(0.9999999999), dateOfSecond(1'000'000'000));
 }
 
 TEST(DateFromSecondsSince1970, GivesBackTheSecondsItWasMadeFrom) {
@@ -66,12 +66,12 @@ TEST(DateFromSecondsSince1970, StopsAtTheFirstAndLastDate) {
     EXPECT_EQ(dateFromSecondsSince1970(9223372037.0), Date::max());
     EXPECT_EQ(dateFromSecondsSince1970(-infinity), Date::min());
     EXPECT_EQ(dateFromSecondsSince1970(-9223372037.0), Date::min());
-    EXPECT_EQ(dateFromSecondsSince1970(9223372035.5), dateAt(9'223'372'035'500'000'000));
-    EXPECT_EQ(dateFromSecondsSince1970(-9223372035.5), dateAt(-9'223'372'035'500'000'000));
+    EXPECT_EQ(dateFromSecondsSince1970(9223372035.5), dateOfSecond(9'223'372'035'500'000'000));
+    EXPECT_EQ(dateFromSecondsSince1970(-9223372035.5), dateOfSecond(-9'223'372'035'500'000'000));
 }
 
 TEST(DateFromSecondsSince1970, TakesNoNumberAs1970) {
-    EXPECT_EQ(dateFromSecondsSince1970(std::numeric_limits<double>::quiet_NaN()), dateAt(0));
+    EXPECT_EQ(dateFromSecondsSince1970(std::numeric_limits<double>::quiet_NaN()), dateOfSecond(0));
 }
 
 TEST(ShortestRoundTripText, AlwaysHasAPointAndAFraction) {

@@ -243,8 +243,6 @@ std::shared_ptr<AutoRotatingFileDestination> rotatingFile(const std::string& pat
     return file;
 }
 
-}  // namespace
-
 class FleetTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -339,3 +337,5 @@ TEST_F(FleetTest, SpoolsToDiskWhatTheCentreCannotTake) {
     EXPECT_TRUE(log->remove("fleet"));
     EXPECT_TRUE(areSame({arrived.begin(), arrived.end()}, numbersFrom(1, lines)));
 }
+
+}  // namespace

@@ -26,9 +26,6 @@ using testing::IsEmpty;
 using testing::SizeIs;
 using testing::StartsWith;
 
-/// More than the time between two looks at the file, in seconds.
-constexpr std::int64_t untilTheNextLook = 2;
-
 class FailingCalls : public testing::TestWithParam<Mode> {
 protected:
     FailingCalls() {

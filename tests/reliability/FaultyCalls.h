@@ -16,6 +16,9 @@
 
 namespace velora::test {
 
+/// In seconds: then a file destination looks again whether its file is still where it was.
+inline constexpr std::int64_t untilTheNextLook = 2;
+
 /// The calls that can fail.
 enum class Call { open, close, write, synchronize, stat, rename, setAttribute };
 

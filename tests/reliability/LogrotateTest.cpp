@@ -21,7 +21,6 @@ namespace {
 
 using testing::IsEmpty;
 
-constexpr std::int64_t untilTheNextLook = 2;
 constexpr const char* program = "/usr/sbin/logrotate";
 
 /// A mode whose own rotations do not come in between.

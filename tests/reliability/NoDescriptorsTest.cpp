@@ -26,8 +26,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
 
-constexpr std::int64_t untilTheNextLook = 2;
-
 /// Uses up all descriptors that the process may have as long as it lives.
 class NoDescriptors {
 public:

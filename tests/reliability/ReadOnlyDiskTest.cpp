@@ -15,8 +15,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr std::int64_t untilTheNextLook = 2;
-
 class ReadOnlyDisk : public testing::TestWithParam<Mode> {
 protected:
     void SetUp() override {

@@ -19,8 +19,6 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr std::int64_t untilTheNextLook = 2;
-
 class RemovedFolders : public testing::TestWithParam<Mode> {
 protected:
     RemovedFolders() { std::filesystem::create_directory(inner_); }

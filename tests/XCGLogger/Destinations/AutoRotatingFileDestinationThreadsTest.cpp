@@ -30,9 +30,9 @@ int linesPerThread() {
 }
 
 /// Names archives in the order in which they are made.
-class CountingFormatter : public DateFormatter {
+class PaddedCountingFormatter : public DateFormatter {
 public:
-    CountingFormatter() : DateFormatter("yyyy") {}
+    PaddedCountingFormatter() : DateFormatter("yyyy") {}
     void append(Date /*date*/, std::string& out) const override {
         const std::string number = std::to_string(++count_);
         out += "_" + std::string(8 - number.size(), '0') + number;
@@ -48,11 +48,12 @@ public:
     RotationUnderLoad(const std::filesystem::path& folder, std::uint64_t maxFileSize)
         : folder_(folder),
           log(make<XCGLogger>("log", false)),
-          file(make<KeepingDestination>(nullptr, folder / "app.log", "rotating",
-                                        AutoRotatingFileDestination::Options{
-                                            .maxFileSize = maxFileSize,
-                                            .maxTimeInterval = 0,
-                                            .archiveSuffixDateFormatter = std::make_shared<CountingFormatter>()})) {
+          file(make<KeepingDestination>(
+              nullptr, folder / "app.log", "rotating",
+              AutoRotatingFileDestination::Options{
+                  .maxFileSize = maxFileSize,
+                  .maxTimeInterval = 0,
+                  .archiveSuffixDateFormatter = std::make_shared<PaddedCountingFormatter>()})) {
         log->add(file);
         file->setShowDate(false);
     }
@@ -185,9 +186,10 @@ TEST(AutoRotatingFileDestinationThreads, OfTwoDestinationsRotatingAtOnceNeitherW
     RotationUnderLoad load(first.path(), 5'000);
     const auto other = make<AutoRotatingFileDestination>(
         nullptr, second / "other.log", "other",
-        AutoRotatingFileDestination::Options{.maxFileSize = 5'000,
-                                             .maxTimeInterval = 0,
-                                             .archiveSuffixDateFormatter = std::make_shared<CountingFormatter>()});
+        AutoRotatingFileDestination::Options{
+            .maxFileSize = 5'000,
+            .maxTimeInterval = 0,
+            .archiveSuffixDateFormatter = std::make_shared<PaddedCountingFormatter>()});
     load.log->add(other);
     load.logFromAllThreads();
     load.expectEveryLineOnceInOrder();

@@ -15,7 +15,7 @@
 namespace velora::test {
 namespace {
 
-constexpr std::size_t capacity = 4'096;
+constexpr std::size_t smallCapacity = 4'096;
 
 unsigned modeOf(const std::string& path) {
     struct stat status {};
@@ -26,10 +26,10 @@ unsigned modeOf(const std::string& path) {
 TEST(PendingLinesSecurity, MakesTheFileTheUsersAloneAgain) {
     const TemporaryFolder folder;
     const std::string path = folder / "pending";
-    { ASSERT_TRUE(PendingLines().moveTo(path, capacity, "")); }
+    { ASSERT_TRUE(PendingLines().moveTo(path, smallCapacity, "")); }
     EXPECT_EQ(modeOf(path), 0600U);
     ASSERT_EQ(::chmod(path.c_str(), 0666), 0);
-    { ASSERT_TRUE(PendingLines().moveTo(path, capacity, "")); }
+    { ASSERT_TRUE(PendingLines().moveTo(path, smallCapacity, "")); }
     EXPECT_EQ(modeOf(path), 0600U);
 }
 
@@ -38,7 +38,7 @@ TEST(PendingLinesSecurity, LeavesOtherFilesAsTheyAre) {
     const std::string path = folder / "letter";
     writeFile(path, "Dear Ann");
     ASSERT_EQ(::chmod(path.c_str(), 0644), 0);
-    EXPECT_EQ(PendingLines().moveTo(path, capacity, "").error().code, EEXIST);
+    EXPECT_EQ(PendingLines().moveTo(path, smallCapacity, "").error().code, EEXIST);
     EXPECT_EQ(modeOf(path), 0644U);
     EXPECT_EQ(readFile(path), "Dear Ann");
 }
@@ -52,16 +52,16 @@ TEST(PendingLinesSecurity, RefusesAFileThatAnotherUserPrepared) {
     ASSERT_EQ(resultAsUser(anotherUser,
                            [&] {
                                ::umask(0);
-                               const bool isMade = PendingLines().moveTo(path, capacity, "").operator bool();
+                               const bool isMade = PendingLines().moveTo(path, smallCapacity, "").operator bool();
                                return isMade && ::chmod(path.c_str(), 0666) == 0 ? 0 : 1;
                            }),
               0);
     const std::string before = readFile(path);
     // The kernel may refuse it first (fs.protected_regular), by EACCES.
     const auto isRefused = testing::AnyOf(EPERM, EACCES);
-    EXPECT_THAT(resultAsUser(someUser, [&] { return PendingLines().moveTo(path, capacity, "").error().code; }),
+    EXPECT_THAT(resultAsUser(someUser, [&] { return PendingLines().moveTo(path, smallCapacity, "").error().code; }),
                 isRefused);
-    EXPECT_THAT(PendingLines().moveTo(path, capacity, "").error().code, isRefused) << "not even root uses it";
+    EXPECT_THAT(PendingLines().moveTo(path, smallCapacity, "").error().code, isRefused) << "not even root uses it";
     EXPECT_EQ(modeOf(path), 0666U);
     EXPECT_EQ(readFile(path), before);
 }

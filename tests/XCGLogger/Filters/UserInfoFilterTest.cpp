@@ -17,7 +17,7 @@ static_assert(!std::is_constructible_v<UserInfoFilter, IncludeFrom>);
 static_assert(!std::is_constructible_v<UserInfoFilter, ExcludeFrom>);
 static_assert(!std::is_constructible_v<UserInfoFilter, Making, std::vector<std::string>>);
 
-bool excludes(FilterProtocol& filter, UserInfo userInfo) {
+bool isExcluded(FilterProtocol& filter, UserInfo userInfo) {
     LogDetails details;
     details.message = "the message";
     details.userInfo = std::move(userInfo);
@@ -31,7 +31,7 @@ bool excludes(FilterProtocol& filter, UserInfo userInfo) {
 }
 
 bool excludesStep(FilterProtocol& filter, std::any value) {
-    return excludes(filter, {{"step", std::move(value)}});
+    return isExcluded(filter, {{"step", std::move(value)}});
 }
 
 template <typename List>
@@ -48,7 +48,7 @@ TEST(UserInfoFilter, StartsWithAnEmptyKeyAndWithoutInternalLines) {
     EXPECT_FALSE(excluded->inverse());
     EXPECT_EQ(included->userInfoKey(), "");
     EXPECT_FALSE(included->applyFilterToInternalMessages());
-    EXPECT_TRUE(excludes(*excluded, {{"", std::string("a")}}));
+    EXPECT_TRUE(isExcluded(*excluded, {{"", std::string("a")}}));
 }
 
 TEST(UserInfoFilter, DropsTheItemsOfABlockList) {
@@ -65,10 +65,10 @@ TEST(UserInfoFilter, KeepsOnlyTheItemsOfAnAllowList) {
 
 TEST(UserInfoFilter, KeepsOrDropsALineWithoutAValueUnderTheKey) {
     const UserInfo other{{"other", std::string("pay")}};
-    EXPECT_FALSE(excludes(*stepFilter(ExcludeFrom{"pay"}), {}));
-    EXPECT_FALSE(excludes(*stepFilter(ExcludeFrom{"pay"}), other));
-    EXPECT_TRUE(excludes(*stepFilter(IncludeFrom{"pay"}), {}));
-    EXPECT_TRUE(excludes(*stepFilter(IncludeFrom{"pay"}), other));
+    EXPECT_FALSE(isExcluded(*stepFilter(ExcludeFrom{"pay"}), {}));
+    EXPECT_FALSE(isExcluded(*stepFilter(ExcludeFrom{"pay"}), other));
+    EXPECT_TRUE(isExcluded(*stepFilter(IncludeFrom{"pay"}), {}));
+    EXPECT_TRUE(isExcluded(*stepFilter(IncludeFrom{"pay"}), other));
 }
 
 TEST(UserInfoFilter, FindsAnItemInAListInASetAndAlone) {
@@ -100,8 +100,8 @@ TEST(UserInfoFilter, KeepsInternalLinesByABlockListAndDropsThemByAnAllowListWhat
     UserInfo paying = internalUserInfo();
     paying["step"] = std::string("pay");
     for (const UserInfo& userInfo : {internalUserInfo(), paying}) {
-        EXPECT_FALSE(excludes(*stepFilter(ExcludeFrom{"pay"}), userInfo));
-        EXPECT_TRUE(excludes(*stepFilter(IncludeFrom{"pay"}), userInfo));
+        EXPECT_FALSE(isExcluded(*stepFilter(ExcludeFrom{"pay"}), userInfo));
+        EXPECT_TRUE(isExcluded(*stepFilter(IncludeFrom{"pay"}), userInfo));
     }
 }
 
@@ -111,11 +111,11 @@ TEST(UserInfoFilter, JudgesInternalLinesLikeAnyOtherIfTold) {
     const auto including = stepFilter(IncludeFrom{"pay"});
     excluding->setApplyFilterToInternalMessages(true);
     including->setApplyFilterToInternalMessages(true);
-    EXPECT_FALSE(excludes(*excluding, userInfo));
-    EXPECT_TRUE(excludes(*including, userInfo));
+    EXPECT_FALSE(isExcluded(*excluding, userInfo));
+    EXPECT_TRUE(isExcluded(*including, userInfo));
     userInfo["step"] = std::string("pay");
-    EXPECT_TRUE(excludes(*excluding, userInfo));
-    EXPECT_FALSE(excludes(*including, userInfo));
+    EXPECT_TRUE(isExcluded(*excluding, userInfo));
+    EXPECT_FALSE(isExcluded(*including, userInfo));
 }
 
 TEST(UserInfoFilter, TellsWhetherAnAddedItemIsNew) {
@@ -178,11 +178,11 @@ public:
 
 TEST(UserInfoFilter, ReadsItsPropertiesThroughOverrides) {
     const auto filter = make<OverridingFilter>(ExcludeFrom{"a"});
-    EXPECT_FALSE(excludes(*filter, {{"overridden", std::string("a")}}));
-    EXPECT_TRUE(excludes(*filter, {{"overridden", std::string("b")}}));
+    EXPECT_FALSE(isExcluded(*filter, {{"overridden", std::string("a")}}));
+    EXPECT_TRUE(isExcluded(*filter, {{"overridden", std::string("b")}}));
     UserInfo internal = internalUserInfo();
     internal["overridden"] = std::string("a");
-    EXPECT_FALSE(excludes(*filter, internal));
+    EXPECT_FALSE(isExcluded(*filter, internal));
     EXPECT_EQ(filter->debugDescription(), "OverridingFilter: (Filtering Internal) Including only matches for: a");
 }
 

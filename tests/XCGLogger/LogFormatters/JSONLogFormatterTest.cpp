@@ -37,23 +37,23 @@ const LogDetails details{.level = Level::warning,
                          .lineNumber = 42,
                          .userInfo = {}};
 
-std::string formatted(LogDetails record, std::string line) {
+std::string formattedAsJSON(LogDetails record, std::string line) {
     const auto formatter = make<JSONLogFormatter>();
     const std::string& returned = formatter->format(record, line);
     EXPECT_EQ(&returned, &line);
     return line;
 }
 
-std::string formatted(std::string line) {
-    return formatted(details, std::move(line));
+std::string formattedAsJSON(std::string line) {
+    return formattedAsJSON(details, std::move(line));
 }
 
 json parsed(const LogDetails& record, std::string line) {
-    return json::parse(formatted(record, std::move(line)));
+    return json::parse(formattedAsJSON(record, std::move(line)));
 }
 
 TEST(JSONLogFormatter, WritesAnObjectWithAMemberForEachColumn) {
-    EXPECT_EQ(formatted("2023-11-14 22:13:20.250 [Warning] [app] [worker 3] [Session.cpp:42] open > no route"),
+    EXPECT_EQ(formattedAsJSON("2023-11-14 22:13:20.250 [Warning] [app] [worker 3] [Session.cpp:42] open > no route"),
               R"({"date":"2023-11-14T22:13:20.250000Z","level":"Warning","logger":"app","thread":"worker 3",)"
               R"("file":"Session.cpp","line":42,"function":"open","message":"no route"})");
 }
@@ -62,7 +62,7 @@ TEST(JSONLogFormatter, TakesLoggerAndThreadFromWhateverOtherColumnsAreShown) {
     for (const std::string line :
          {"[WARN] [app] [worker] > no route", "2023 [Warning] [app] [worker] [42] open > no route",
           "[Warning] [app] [worker] [Session.cpp] > no route", "1.1.70 [Hinweis!] [app] [worker] open > no route"}) {
-        const json object = json::parse(formatted(line));
+        const json object = json::parse(formattedAsJSON(line));
         EXPECT_EQ(object["logger"], "app") << line;
         EXPECT_EQ(object["thread"], "worker") << line;
         EXPECT_EQ(object["file"], "Session.cpp");
@@ -81,14 +81,14 @@ TEST(JSONLogFormatter, IsNotMisledByBracketsInTheMessageOrTheFunction) {
 }
 
 TEST(JSONLogFormatter, KeepsBracketsInTheNameOfAThread) {
-    EXPECT_EQ(json::parse(formatted("[Warning] [app] [pool [3]] open > no route"))["thread"], "pool [3]");
+    EXPECT_EQ(json::parse(formattedAsJSON("[Warning] [app] [pool [3]] open > no route"))["thread"], "pool [3]");
 }
 
 TEST(JSONLogFormatter, GuessesNeitherLoggerNorThread) {
     for (const std::string line :
          {"2023-11-14 22:13:20.250 [Warning] [Session.cpp:42] open > no route", "> no route", "", "no route",
           "[Warning] [either] [Session.cpp:42] open > no route", "rewritten by [some] [other] [formatter]"}) {
-        const json object = json::parse(formatted(line));
+        const json object = json::parse(formattedAsJSON(line));
         EXPECT_FALSE(object.contains("logger")) << line;
         EXPECT_FALSE(object.contains("thread")) << line;
         EXPECT_EQ(object["message"], "no route");

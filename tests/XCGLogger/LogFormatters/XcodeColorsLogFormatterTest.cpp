@@ -106,7 +106,7 @@ TEST(XcodeColorsLogFormatter, ClearsTheLevelsOfTheSchemeOnly) {
     }
 }
 
-class RecordingFormatter : public XcodeColorsLogFormatter {
+class RecordingXcodeColors : public XcodeColorsLogFormatter {
 public:
     using XcodeColorsLogFormatter::XcodeColorsLogFormatter;
     void colorize(Level level, const std::optional<XcodeColor>& with, const std::optional<XcodeColor>& on) override {
@@ -118,7 +118,7 @@ public:
 };
 
 TEST(XcodeColorsLogFormatter, ColorsTheSevenLevelsInOrderByAnOverride) {
-    const auto formatter = make<RecordingFormatter>();
+    const auto formatter = make<RecordingXcodeColors>();
     const auto theSeven = ElementsAre(Level::verbose, Level::debug, Level::info, Level::warning, Level::error,
                                       Level::severe, Level::none);
     EXPECT_THAT(formatter->levels, theSeven);
