@@ -389,7 +389,9 @@ void DispatchQueue::Core::finishWithinTask(Lock& lock) noexcept {
     if (std::exchange(isJoinable_, false)) {
         ::pthread_detach(::pthread_self());
     }
-    QueueRegistry::instance().keep(std::move(keptAlive_));  // while the task is on the stack
+    // While the task is on the stack. In a forked child a leak checker does not look there.
+    QueueRegistry::instance().keep(std::move(keptAlive_));
+    QueueRegistry::instance().keep(running_);
     if (running_ != nullptr) {
         lock.unlock();
         running_->resume();
