@@ -168,6 +168,7 @@ FileResult<void> FileDestination::setPendingLinesFile(const std::optional<FileTa
             }
         }
         state_->keepsLines.store(state_->pending.isMapped());
+        state_->hasPending.store(!state_->pending.empty());
     }
     writeHeldLines();
     return result;
@@ -234,6 +235,7 @@ std::size_t FileDestination::append(std::string_view message, std::uint64_t coun
         return 0;
     }
     state_->counted += count;
+    state_->hasPending.store(true, std::memory_order_relaxed);
     return state_->pending.size();
 }
 
@@ -243,6 +245,10 @@ void FileDestination::writeAtOnce(std::string_view message, std::uint64_t count)
     WriteFailures failures;
     const std::scoped_lock lock(state_->handleMutex);
     state_->counted += count;
+    // Lines that were held back until just now, when the process began to exit or the capacity was set.
+    if (state_->hasPending.load(std::memory_order_relaxed)) [[unlikely]] {
+        writePending(failures);
+    }
     if (!state_->file) {
         return;
     }
@@ -315,6 +321,7 @@ void FileDestination::writePending(WriteFailures& failures) {
         const std::scoped_lock lock(state.bufferMutex);
         state.pending.finish();
         if (state.pending.empty()) {
+            state.hasPending.store(false, std::memory_order_relaxed);
             return;
         }
     }

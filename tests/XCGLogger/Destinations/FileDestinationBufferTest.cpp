@@ -2,6 +2,7 @@
 // a process of its own, which runs one of the tests named DISABLED_.
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -118,6 +119,29 @@ TEST_F(FileDestinationBufferTest, IsWrittenWhenItIsMadeSmallerOrTurnedOff) {
     EXPECT_THAT(logged(path_), ElementsAre("> line 1", "> line 2"));
     buffered.log->info("line 3");
     EXPECT_EQ(logged(path_).size(), 3U);
+}
+
+TEST_F(FileDestinationBufferTest, KeepsTheOrderWhenItIsTurnedOnAndOffWhileLinesAreLogged) {
+    constexpr int lines = 60'000;
+    {
+        const BufferedFile buffered(path_, largeCapacity);
+        std::atomic<bool> isDone = false;
+        std::jthread turning([&] {
+            while (!isDone) {
+                buffered.file->setWriteBufferCapacity(0);
+                buffered.file->setWriteBufferCapacity(largeCapacity);
+            }
+        });
+        for (int line = 0; line < lines; ++line) {
+            buffered.log->info("line {}", line);
+        }
+        isDone = true;
+    }
+    std::vector<std::string> expected;
+    for (int line = 0; line < lines; ++line) {
+        expected.push_back("> line " + std::to_string(line));
+    }
+    EXPECT_TRUE(logged(path_) == expected);
 }
 
 TEST_F(FileDestinationBufferTest, IsWrittenWhenTheFileIsClosedOrChanged) {
