@@ -41,7 +41,8 @@ struct FileDestination::State {
     // For appending. Guards what follows.
     std::mutex bufferMutex;
     PendingLines pending;
-    /// Whether there may be some, so that a line that is written at once comes behind them. Changed with the mutex held.
+    /// Whether there may be some, so that a line that is written at once comes behind them. Changed with the mutex
+    /// held.
     std::atomic<bool> hasPending = false;
 
     // For anybody to read.
