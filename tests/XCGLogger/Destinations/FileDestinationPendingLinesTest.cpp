@@ -40,7 +40,7 @@ using testing::ElementsAre;
 using MakeFile = std::function<std::shared_ptr<FileDestination>()>;
 
 /// The lines of a file without those that tell of its opening.
-std::vector<std::string> logged(const std::string& path) {
+std::vector<std::string> linesLogged(const std::string& path) {
     std::vector<std::string> lines = splitLines(readFile(path));
     std::erase_if(lines, [](const std::string& line) { return !line.starts_with("> line"); });
     return lines;
@@ -99,14 +99,14 @@ TEST_F(FileDestinationPendingLinesTest, WritesOnTheQueueWhatWaitsInTheFile) {
         const Gate gate(*queue);
         one.log->info("line 1");
         one.log->info("line 2");
-        EXPECT_THAT(logged(path_), ElementsAre());
+        EXPECT_THAT(linesLogged(path_), ElementsAre());
         EXPECT_THAT(readFile(pending_), testing::HasSubstr("> line 1\n> line 2\n"));
     }
     queue->drain();
-    EXPECT_THAT(logged(path_), ElementsAre("> line 1", "> line 2"));
+    EXPECT_THAT(linesLogged(path_), ElementsAre("> line 1", "> line 2"));
     one.log->info("line 3");
     queue->drain();
-    EXPECT_THAT(logged(path_), ElementsAre("> line 1", "> line 2", "> line 3"));
+    EXPECT_THAT(linesLogged(path_), ElementsAre("> line 1", "> line 2", "> line 3"));
 }
 
 TEST_F(FileDestinationPendingLinesTest, WritesWhatWaitsInTheFileWhenThatIsFull) {
@@ -117,20 +117,20 @@ TEST_F(FileDestinationPendingLinesTest, WritesWhatWaitsInTheFileWhenThatIsFull) 
     const Gate gate(*queue);
     one.log->info("line 1");
     one.log->info("line 2");
-    EXPECT_THAT(logged(path_), ElementsAre());
+    EXPECT_THAT(linesLogged(path_), ElementsAre());
     one.log->info("line 3");
-    EXPECT_THAT(logged(path_), ElementsAre("> line 1", "> line 2"));
+    EXPECT_THAT(linesLogged(path_), ElementsAre("> line 1", "> line 2"));
     one.log->info("line that has no room there at all");
-    EXPECT_THAT(logged(path_), ElementsAre("> line 1", "> line 2", "> line 3", "> line that has no room there at all"));
+    EXPECT_THAT(linesLogged(path_), ElementsAre("> line 1", "> line 2", "> line 3", "> line that has no room there at all"));
 }
 
 TEST_F(FileDestinationPendingLinesTest, HoldsLinesBackInTheFileWithoutAQueue) {
     const OneFile one(makeFile(nullptr, 100'000));
     one.log->info("line 1");
-    EXPECT_THAT(logged(path_), ElementsAre());
+    EXPECT_THAT(linesLogged(path_), ElementsAre());
     EXPECT_THAT(readFile(pending_), testing::HasSubstr("> line 1\n"));
     one.log->error("line 2");
-    EXPECT_THAT(logged(path_), ElementsAre("> line 1", "> line 2"));
+    EXPECT_THAT(linesLogged(path_), ElementsAre("> line 1", "> line 2"));
 }
 
 TEST_F(FileDestinationPendingLinesTest, FiltersAndFormatsOnTheLoggingThread) {
@@ -146,7 +146,7 @@ TEST_F(FileDestinationPendingLinesTest, FiltersAndFormatsOnTheLoggingThread) {
     one.log->info("line 2");
     queue->drain();
     EXPECT_EQ(filtering, std::this_thread::get_id());
-    EXPECT_THAT(logged(path_), ElementsAre("> line 1!"));
+    EXPECT_THAT(linesLogged(path_), ElementsAre("> line 1!"));
 }
 
 TEST_F(FileDestinationPendingLinesTest, WritesTheRestBeforeARotationAndBeforeItCloses) {
@@ -155,10 +155,10 @@ TEST_F(FileDestinationPendingLinesTest, WritesTheRestBeforeARotationAndBeforeItC
         const OneFile one(makeFile(queue, 100'000));
         one.log->info("line 1");
         ASSERT_TRUE(one.file->rotateFile(folder_ / "archive.log"));
-        EXPECT_THAT(logged(folder_ / "archive.log"), ElementsAre("> line 1"));
+        EXPECT_THAT(linesLogged(folder_ / "archive.log"), ElementsAre("> line 1"));
         one.log->info("line 2");
     }
-    EXPECT_THAT(logged(path_), ElementsAre("> line 2"));
+    EXPECT_THAT(linesLogged(path_), ElementsAre("> line 2"));
 }
 
 TEST_F(FileDestinationPendingLinesTest, LetsLinesWaitInMemoryAgain) {
@@ -166,7 +166,7 @@ TEST_F(FileDestinationPendingLinesTest, LetsLinesWaitInMemoryAgain) {
     const OneFile one(makeFile(queue));
     one.log->info("line 1");
     ASSERT_TRUE(one.file->setPendingLinesFile(std::nullopt));
-    EXPECT_THAT(logged(path_), ElementsAre("> line 1"));
+    EXPECT_THAT(linesLogged(path_), ElementsAre("> line 1"));
     const Gate gate(*queue);
     one.log->info("line 2");
     EXPECT_THAT(readFile(pending_), testing::Not(testing::HasSubstr("line 2")));
@@ -201,12 +201,12 @@ TEST_F(FileDestinationPendingLinesTest, WritesFirstWhatACrashedProcessLeft) {
             one.log->info("line 2");
             ::raise(SIGKILL);
         });
-        EXPECT_THAT(logged(path_), ElementsAre());
+        EXPECT_THAT(linesLogged(path_), ElementsAre());
         {
             const OneFile one(makeFile(nullptr, 100'000, shouldAppend));
             one.log->info("line 3");
         }
-        EXPECT_THAT(logged(path_), ElementsAre("> line 1", "> line 2", "> line 3"));
+        EXPECT_THAT(linesLogged(path_), ElementsAre("> line 1", "> line 2", "> line 3"));
         const std::vector<std::string> lines = splitLines(readFile(path_));
         if (!shouldAppend) {
             EXPECT_EQ(lines.at(0), "> line 1") << "before the header";
@@ -223,7 +223,7 @@ TEST_F(FileDestinationPendingLinesTest, WritesAtOnceWhatACrashedProcessLeftIfThe
     });
     const OneFile one(make<FileDestination>(nullptr, path_, "file", true));
     ASSERT_TRUE(one.file->setPendingLinesFile(pending_));
-    EXPECT_THAT(logged(path_), ElementsAre("> line 1"));
+    EXPECT_THAT(linesLogged(path_), ElementsAre("> line 1"));
 }
 
 TEST_F(FileDestinationPendingLinesTest, CompletesALineInWhichTheProcessWasKilled) {
@@ -240,13 +240,13 @@ TEST_F(FileDestinationPendingLinesTest, CompletesALineInWhichTheProcessWasKilled
         one.file->flush();
     });
     EXPECT_FALSE(readFile(path_).ends_with('\n'));
-    EXPECT_EQ(logged(path_).size(), 5U);
+    EXPECT_EQ(linesLogged(path_).size(), 5U);
     { const OneFile one(makeFile(nullptr)); }
     std::vector<std::string> expected;
     for (int i = 0; i < 10; ++i) {
         expected.push_back("> line " + std::to_string(i));
     }
-    EXPECT_EQ(logged(path_), expected);
+    EXPECT_EQ(linesLogged(path_), expected);
 }
 
 TEST_F(FileDestinationPendingLinesTest, BeginsALineOfALogThatEndsInsideOne) {
@@ -261,7 +261,7 @@ TEST_F(FileDestinationPendingLinesTest, BeginsALineOfALogThatEndsInsideOne) {
         ::raise(SIGKILL);
     });
     { const OneFile one(makeFile(nullptr)); }
-    EXPECT_THAT(logged(path_), ElementsAre("> line 0 and a pa", "> line 1"));
+    EXPECT_THAT(linesLogged(path_), ElementsAre("> line 0 and a pa", "> line 1"));
 }
 
 TEST_F(FileDestinationPendingLinesTest, LeavesItsLinesToTheParentInAForkedChild) {
@@ -277,12 +277,12 @@ TEST_F(FileDestinationPendingLinesTest, LeavesItsLinesToTheParentInAForkedChild)
                       return 0;
                   }),
                   0);
-        EXPECT_THAT(logged(path_), ElementsAre("> line of the child"));
+        EXPECT_THAT(linesLogged(path_), ElementsAre("> line of the child"));
     }
     queue->drain();
     one.log->info("line 2");
     queue->drain();
-    EXPECT_THAT(logged(path_), ElementsAre("> line of the child", "> line 1", "> line 2"));
+    EXPECT_THAT(linesLogged(path_), ElementsAre("> line of the child", "> line 1", "> line 2"));
 }
 
 constexpr std::size_t threadCount = 2;
