@@ -196,7 +196,7 @@ std::string defaultsStoreJSON(std::span<const std::string> texts) {
 
 std::string defaultsStoreJSON(std::span<const std::byte> bytes) {
     const std::string text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    return "{\"base64\": \"" + base64Encoded(text) + "\"}";
+    return R"({"base64": ")" + base64Encoded(text) + R"("})";
 }
 
 }  // namespace velora

@@ -88,7 +88,7 @@ std::string replaceFile(const std::string& path, std::string_view bytes) {
     }
     giveToFolderOwner(file.get(), path);
     if (!writeAndSync(file.get(), bytes) || ::rename(written.c_str(), path.c_str()) != 0) {
-        const std::string text = fault();
+        std::string text = fault();
         ::unlink(written.c_str());
         return text;
     }
