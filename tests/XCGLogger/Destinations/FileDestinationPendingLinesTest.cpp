@@ -121,7 +121,8 @@ TEST_F(FileDestinationPendingLinesTest, WritesWhatWaitsInTheFileWhenThatIsFull) 
     one.log->info("line 3");
     EXPECT_THAT(linesLogged(path_), ElementsAre("> line 1", "> line 2"));
     one.log->info("line that has no room there at all");
-    EXPECT_THAT(linesLogged(path_), ElementsAre("> line 1", "> line 2", "> line 3", "> line that has no room there at all"));
+    EXPECT_THAT(linesLogged(path_),
+                ElementsAre("> line 1", "> line 2", "> line 3", "> line that has no room there at all"));
 }
 
 TEST_F(FileDestinationPendingLinesTest, HoldsLinesBackInTheFileWithoutAQueue) {
