@@ -15,10 +15,10 @@ set(VELORA_INTERNAL_HEADERS
     Platform/FileContents
     Platform/FileMove
     Platform/ForkHandlers
+    Platform/Lazy
     Platform/LocalTime
     Platform/OwnFolder
     Platform/ProcessInfo
-    Platform/RecursiveLock
     Platform/Reused
     Platform/SharedMapping
     Platform/StandardOutput
