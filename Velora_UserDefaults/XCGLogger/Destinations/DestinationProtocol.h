@@ -24,7 +24,9 @@ using Formatters = std::optional<std::vector<std::shared_ptr<LogFormatterProtoco
 /// Thread-safe, but for `observe`.
 class DestinationThreshold {
 public:
+    /// The threshold.
     Level level(std::memory_order order = std::memory_order_relaxed) const noexcept { return level_.load(order); }
+    /// Changes it, and tells the logger that observes it.
     void setLevel(Level level) {
         level_.store(level);
         if (observer_ != nullptr) {

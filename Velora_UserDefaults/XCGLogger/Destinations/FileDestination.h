@@ -168,6 +168,7 @@ protected:
     /// starts no rotation of any file.
     class Turn {
     public:
+        /// Begins the turn, unless somebody else has it.
         explicit Turn(FileDestination& file);
         Turn(const Turn&) = delete;
         Turn& operator=(const Turn&) = delete;
