@@ -152,23 +152,26 @@ void FileDestination::stopHoldingLinesBack() {
 FileResult<void> FileDestination::setPendingLinesFile(const std::optional<FileTarget>& target, std::size_t capacity) {
     finishQueue();
     writeHeldLines();
-    FileResult<void> result;
-    {
+    // Files are mapped and unmapped with no mutex held: that waits for a fork, which waits for the mutexes.
+    const auto replaceMapping = [this](PendingLines kept) {
         const std::scoped_lock handleLock(state_->handleMutex);
         const std::scoped_lock bufferLock(state_->bufferMutex);
-        if (!target) {
-            state_->pending.moveToMemory();
-        } else if (!target->url()) {
-            result = FileError::make(EINVAL, "", "couldn’t be used for lines that wait to be written");
-        } else {
-            const std::string logPath = writeToFileURL_ ? writeToFileURL_->path() : std::string();
-            result = state_->pending.moveTo(target->url()->path(), capacity, logPath);
-            if (state_->file) {
-                state_->file->beginLine();
-            }
-        }
+        auto before = state_->pending.replaceMapping(kept);
         state_->keepsLines.store(state_->pending.isMapped());
         state_->hasPending.store(!state_->pending.empty());
+        if (state_->file && state_->pending.isMapped()) {
+            state_->file->beginLine();
+        }
+        return before;
+    };
+    replaceMapping({}).reset();
+    FileResult<void> result;
+    if (target && !target->url()) {
+        result = FileError::make(EINVAL, "", "couldn’t be used for lines that wait to be written");
+    } else if (target) {
+        PendingLines kept;
+        result = kept.moveTo(target->url()->path(), capacity, writeToFileURL_ ? writeToFileURL_->path() : "");
+        replaceMapping(std::move(kept));
     }
     writeHeldLines();
     return result;

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include <Velora_UserDefaults/Platform/FileError.h>
 #include <Velora_UserDefaults/Platform/FileHandle.h>
@@ -71,6 +72,11 @@ public:
     FileResult<void> moveTo(const std::string& path, std::size_t capacity, const std::string& logPath);
     /// Has lines wait in ordinary memory again; what is pending stays in the file.
     void moveToMemory();
+    /// Has lines wait in the file of `other` from now on, or in memory if that has none, and returns the file's mapping
+    /// before.
+    std::unique_ptr<SharedMapping> replaceMapping(PendingLines& other) noexcept {
+        return std::exchange(mapping_, std::move(other.mapping_));
+    }
     /// Whether the lines wait in a file. In a forked child they no longer do.
     bool isMapped() const noexcept { return mapping_ && !mapping_->bytes().empty(); }
 
