@@ -199,7 +199,7 @@ void XCGLogger::finishMaking() {
 
 const std::shared_ptr<XCGLogger>& XCGLogger::defaultInstance() {
     // Never destroyed: a static destructor may still log.
-    // Its destinations and it hold each other; one that another thread was faster than lets go of them.
+    // Its destinations and it hold each other; one that came second removes them.
     struct Instance {
         const std::shared_ptr<XCGLogger> log = make<XCGLogger>(std::string(Constants::defaultInstanceIdentifier), true);
         ~Instance() {

@@ -131,10 +131,10 @@ broken "an exception ends the completion" "$role" "${direct[@]}" -DBREAK_COMPLET
 broken "generation of owners" "assertion violated (owner" "${direct[@]}" -DREMOVE -DBREAK_NO_GENERATION
 broken "flush of the retiring file" "assertion violated (unsynced" "${direct[@]}" -DFLUSH -DBREAK_NO_RETIRING
 broken "handleMutex, then bufferMutex" "$deadlock" "${buffered[@]}" -DBREAK_MUTEX_ORDER
-broken "writing what waits, then the new file" "$lost" "${buffered[@]}" -DFAIL_OPEN -DBREAK_INSTALL_FIRST
+broken "writing pending lines, then the new file" "$lost" "${buffered[@]}" -DFAIL_OPEN -DBREAK_INSTALL_FIRST
 broken "text waits while there is no descriptor" "$lost" "${buffered[@]}" -DFAIL_IN_PLACE -DBREAK_DROPS_IN_BETWEEN
 broken "a fork takes the mutexes" "$deadlock" "${buffered[@]}" -DFORK -DBREAK_FORK_WITHOUT_MUTEX
-broken "a child forgets what waits" ">=next[" "${buffered[@]}" -DFORK -DBREAK_CHILD_KEEPS_TEXT
+broken "a child forgets pending lines" ">=next[" "${buffered[@]}" -DFORK -DBREAK_CHILD_KEEPS_TEXT
 broken "a child ends others' rotations" "isChangingInChild" "${buffered[@]}" -DFORK -DBREAK_CHILD_KEEPS_ROTATION
 broken "tasks and rotators need no room" "$deadlock" "${queued[@]}" -DCAPACITY=1 -DBREAK_ROTATOR_WAITS
 broken "no task is queued, then it runs" "q_len(waiting" "${queued[@]}" -DBREAK_LATE_SWAP

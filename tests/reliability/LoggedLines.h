@@ -228,7 +228,7 @@ public:
     /// The paths of the archives that the destination made by itself, whether marked or not, in that order.
     std::vector<std::string> archives() const {
         std::vector<std::string> paths;
-        // A rotation that another thread came before leaves its number out.
+        // Pruned ones are missing.
         for (int number = 1; number < 10'000; ++number) {
             const std::string path =
                 path_.substr(0, path_.rfind('.')) + "_" + std::to_string(number) + path_.substr(path_.rfind('.'));

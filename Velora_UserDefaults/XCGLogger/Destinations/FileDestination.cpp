@@ -180,7 +180,7 @@ FileResult<void> FileDestination::setPendingLinesFile(const std::optional<FileTa
 // --- Writing ---
 
 void FileDestination::output(LogDetails& logDetails, std::string& message) {
-    // What a rotation logs that runs on the queue belongs to the beginning of the new file, before what waits.
+    // What a rotation logs that runs on the queue belongs to the beginning of the new file, before pending lines.
     if (state_->keepsLines.load(std::memory_order_relaxed) || (isInBatch() && Opening::of(*this) != nullptr)) {
         outputNow(logDetails, message);
     } else {
@@ -231,7 +231,7 @@ void FileDestination::writeLine(std::string_view message, std::uint64_t count) {
     }
 }
 
-/// Appends a line to what waits, and returns how many bytes do so then; 0 if there is no room for it.
+/// Appends a pending line, and returns how many bytes are pending then; 0 if there is no room for it.
 std::size_t FileDestination::append(std::string_view message, std::uint64_t count) {
     const std::scoped_lock lock(state_->bufferMutex);
     if (!state_->pending.append(message)) {
@@ -304,7 +304,7 @@ void FileDestination::writeHeldLines() {
     writePending(failures);
 }
 
-/// Writes what waits. With the handle's mutex held.
+/// Writes the pending lines. With the handle's mutex held.
 void FileDestination::writePending(WriteFailures& failures) {
     State& state = *state_;
     // What an earlier process left, or was taken and not written for want of a file, comes first.

@@ -105,9 +105,9 @@ public:
     ///
     /// `target` is made for the user alone (0600), stays when the destination goes, and serves one destination of one
     /// process at a time. `capacity` is how many bytes may wait there; a log call that finds it full writes
-    /// what waits. With a queue, filters and formatters run on the logging thread then, and the queue only writes.
-    /// Keep it where nothing truncates it, as programs do that rotate all files of a folder: that ends the process
-    /// (SIGBUS), as with any mapped file.
+    /// the pending lines. With a queue, filters and formatters run on the logging thread then, and the queue only
+    /// writes. Keep it where nothing truncates it, as programs do that rotate all files of a folder: that ends the
+    /// process (SIGBUS), as with any mapped file.
     ///
     /// Fails, and lines wait in memory, if `target` is no target, in use (EWOULDBLOCK), another user's (EPERM), some
     /// other file (EEXIST) or cannot be made or mapped. To be set before logging. In a forked child lines wait in
@@ -117,7 +117,7 @@ public:
     /// Setting an owner opens the file, taking it away closes it.
     void setOwner(std::shared_ptr<XCGLogger> owner) override;
 
-    /// As the base's. With a file for pending lines, what is left for the queue is to write what waits there.
+    /// As the base's. With a file for pending lines, what is left for the queue is to write pending lines there.
     void output(LogDetails& logDetails, std::string& message) override;
 
     /// Writes one line, ended by exactly one line feed.

@@ -60,7 +60,7 @@ void FileDestination::State::unlock() noexcept {
     handleMutex.unlock();
 }
 
-/// What waits is the parent's. A change that another thread was making is over, and has perhaps moved the file.
+/// Pending lines are the parent's. A change that another thread was making is over, and has perhaps moved the file.
 void FileDestination::State::resetInChild() noexcept {
     pending.forgetText();
     keepsLines.store(false);

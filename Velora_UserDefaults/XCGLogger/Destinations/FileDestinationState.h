@@ -86,10 +86,11 @@ public:
     static Opening* of(const FileDestination& destination) noexcept;
 
     void write(std::string_view message, std::uint64_t count);
-    /// Gives it the new file, which gets what waits if there is no old one.
+    /// Gives it the new file, which gets the pending lines if there is no old one.
     void setFresh(FileHandle handle);
     void adopt(FileHandle handle) { fresh_ = std::make_shared<LogFile>(std::move(handle)); }
-    /// Puts the new file, or none, in the place of the old one, which gets what waits; then that is made durable.
+    /// Puts the new file, or none, in the place of the old one, which gets the pending lines; then that is made
+    /// durable.
     void install() noexcept;
     /// What `install` does while nobody writes. With the handle's mutex held.
     void change(WriteFailures& failures) noexcept;

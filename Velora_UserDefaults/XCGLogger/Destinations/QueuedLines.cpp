@@ -174,7 +174,7 @@ void BaseQueuedDestination::QueuedLines::write(const Line& line) {
     destination_.outputNow(record, message);
 }
 
-/// What waits is the parent's. Called with the mutex held.
+/// Pending lines are the parent's. Called with the mutex held.
 void BaseQueuedDestination::QueuedLines::resetInChild() noexcept {
     clear(waiting_);
     clear(batch_, position_);
